@@ -135,6 +135,7 @@ void PermissionPolicyHolder::configurePermissionPolicy(PathBrowser& browser,
         return;
     }
     for (PermissionPolicyHolder* holder : holders) {
+        if (holder == nullptr) continue;  // e.g. a collection without a reference item
         browser.push();
         holder->configurePermissionPolicy(browser, policy, replacer);
         browser.pop_back();

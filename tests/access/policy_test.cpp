@@ -42,15 +42,16 @@ class TreeHolder : public PermissionPolicyHolder {
 };
 
 // A static policy that reports its destruction, to observe who owns it.
+// Sets a flag shared with the test when destroyed; the flag outlives whichever dies last.
 class TrackedPolicy : public StaticPolicy {
   public:
-    TrackedPolicy(AllowedMethods rights, bool* destroyed)
-        : StaticPolicy(rights), destroyed_(destroyed) {}
+    TrackedPolicy(AllowedMethods rights, std::shared_ptr<bool> destroyed)
+        : StaticPolicy(rights), destroyed_(std::move(destroyed)) {}
     ~TrackedPolicy() override { *destroyed_ = true; }
     PermissionPolicy* copy() const override { return new TrackedPolicy(*this); }
 
   private:
-    bool* destroyed_;
+    std::shared_ptr<bool> destroyed_;
 };
 
 // Records the arguments of each call and returns a new TrackedPolicy granting DELETE.
@@ -64,13 +65,13 @@ class RecordingReplacer : public PermissionPolicyReplacer {
     PermissionPolicy* operator()(const PermissionPolicy& current,
                                  const PermissionPolicy& replacement) const override {
         calls.push_back({&current, &replacement});
-        made = new TrackedPolicy(DELETE, &madeDestroyed);
+        made = new TrackedPolicy(DELETE, madeDestroyed);
         return made;
     }
 
     mutable std::vector<Call> calls;
     mutable PermissionPolicy* made = nullptr;
-    mutable bool madeDestroyed = false;
+    std::shared_ptr<bool> madeDestroyed = std::make_shared<bool>(false);
 };
 
 class ThrowingReplacer : public PermissionPolicyReplacer {
@@ -399,14 +400,14 @@ TEST_F(PolicyTest, DefaultHolderInherits) {
 }
 
 TEST_F(PolicyTest, HolderTakesOwnershipOfAPolicyPointer) {
-    bool destroyed = false;
-    auto* policy = new TrackedPolicy(READ, &destroyed);
+    auto destroyed = std::make_shared<bool>(false);
+    auto* policy = new TrackedPolicy(READ, destroyed);
     {
         const TreeHolder holder(policy);
         EXPECT_EQ(holder.permissionPolicy(), policy);
-        EXPECT_FALSE(destroyed);
+        EXPECT_FALSE(*destroyed);
     }
-    EXPECT_TRUE(destroyed);
+    EXPECT_TRUE(*destroyed);
 }
 
 TEST_F(PolicyTest, HolderBuiltFromAReferenceHoldsACopy) {
@@ -464,10 +465,10 @@ TEST_F(PolicyTest, InheritedPolicySetBelowAParentInheritsFromIt) {
 }
 
 TEST_F(PolicyTest, SetPolicyReleasesTheOldPolicy) {
-    bool destroyed = false;
-    TreeHolder holder(new TrackedPolicy(READ, &destroyed));
+    auto destroyed = std::make_shared<bool>(false);
+    TreeHolder holder(new TrackedPolicy(READ, destroyed));
     holder.setPermissionPolicy(StaticPolicy(UPDATE), byCopy);
-    EXPECT_TRUE(destroyed);
+    EXPECT_TRUE(*destroyed);
 }
 
 TEST_F(PolicyTest, SettingNoneByCopyLeavesNoPolicy) {
@@ -519,9 +520,9 @@ TEST_F(PolicyTest, HolderOwnsWhatACustomReplacerReturns) {
         holder.setPermissionPolicy(StaticPolicy(UPDATE), replacer);
         EXPECT_EQ(holder.permissionPolicy(), replacer.made);
         EXPECT_EQ(holder.getRights(ctx, false), AllowedMethods(0x08u));
-        EXPECT_FALSE(replacer.madeDestroyed);
+        EXPECT_FALSE(*replacer.madeDestroyed);
     }
-    EXPECT_TRUE(replacer.madeDestroyed);
+    EXPECT_TRUE(*replacer.madeDestroyed);
 }
 
 TEST_F(PolicyTest, CustomReplacerResultKeepsTheParentHolder) {

@@ -1,0 +1,282 @@
+#include "dme/collection.h"
+
+#include <utility>
+
+#include "../tree/walk_step.h"
+#include "dme/result.h"
+
+namespace dme {
+namespace {
+
+using SerializationInfo = cxxtools::SerializationInfo;
+
+// Enters a collection item for the lifetime of the object, so that the context is stepped back
+// also when an exception passes.
+class ItemStep {
+  public:
+    ItemStep(Context& ctx, const ConstHashString& id) : ctx_(ctx) { ctx_.nextWithId(id); }
+    ~ItemStep() { ctx_.prev(); }
+    ItemStep(const ItemStep&) = delete;
+    ItemStep& operator=(const ItemStep&) = delete;
+
+  private:
+    Context& ctx_;
+};
+
+// Runs a sub-operation with another method and force-expand flag, restored on leaving.
+class ParametersStep {
+  public:
+    ParametersStep(Context& ctx, Method method, bool forceExpand) : ctx_(ctx) {
+        ctx_.pushParameters(method, forceExpand);
+    }
+    ~ParametersStep() { ctx_.popParameters(); }
+    ParametersStep(const ParametersStep&) = delete;
+    ParametersStep& operator=(const ParametersStep&) = delete;
+
+  private:
+    Context& ctx_;
+};
+
+// The list of items in a bulk update's body: the items-key member, or the body itself.
+const SerializationInfo* findItemList(const Context& ctx, const SerializationInfo& in) {
+    const std::string& itemsKey = ctx.lexicon().itemsKey;
+    return itemsKey.empty() ? &in : in.findMember(itemsKey);
+}
+
+void addIdSchema(SerializationInfo& out, const std::string& idKey) {
+    SerializationInfo& schema = out.addMember(idKey);
+    schema.addMember("type").setValue("string");
+    schema.addMember("default").setValue(std::string());
+    schema.addMember("minSize").setValue(0);
+    schema.addMember("maxSize").setValue(65536);
+}
+
+}  // namespace
+
+// ---- Collection ----
+
+Collection::Collection(AllowedMethods methods, bool alwaysExpanded)
+    : Value(methods - DELETE, alwaysExpanded) {}
+
+Collection::~Collection() {
+    delete schemaReferenceItem_;
+}
+
+void Collection::findPermissionPolicyHolders(const ConstHashString& name,
+                                             std::vector<PermissionPolicyHolder*>& out) const {
+    if (name == wildcard()) out.push_back(schemaReferenceItem_);
+}
+
+const char* Collection::getType() const {
+    return "array";
+}
+
+bool Collection::isModifiable() const {
+    return isMethodAllowed(CREATE) || isMethodAllowed(DELETE);
+}
+
+int Collection::serializeReadOnly(Context& ctx, const SerializationInfo&, SerializationInfo& out) {
+    out.addMember("fixedSize").setValue(getDefaultSize(ctx));
+    return result::DONE;
+}
+
+int Collection::serializeSchemaFormat(Context& ctx, const SerializationInfo&,
+                                      SerializationInfo& out) {
+    out.addMember("minSize").setValue(getMinSize(ctx));
+    out.addMember("maxSize").setValue(getMaxSize(ctx));
+    return result::DONE;
+}
+
+int Collection::serializeChildSchema(Context& ctx, const SerializationInfo& in,
+                                     SerializationInfo& out) {
+    CollectionItem* reference = getSchemaReferenceItem(ctx);
+    SerializationInfo itemSchema;
+    int rc = result::DONE;
+    if (reference != nullptr) rc = processItem(ctx, in, itemSchema, reference);
+    out.addMember("items") <<= itemSchema;
+    return rc;
+}
+
+int Collection::browse(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
+    const ConstHashString& segment = ctx.getUrl();
+    if (segment.empty()) return result::PATH_ENDS_HERE;
+    return processItem(ctx, in, out, segment);
+}
+
+// The bound is re-evaluated on every pass: the items an item's read may add or hide are seen.
+int Collection::read(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
+    const Lexicon& lexicon = ctx.lexicon();
+    SerializationInfo* list = &out;
+    if (!lexicon.itemsKey.empty()) {
+        if (!lexicon.countKey.empty()) out.addMember(lexicon.countKey).setValue(count(ctx));
+        list = &out.addMember(lexicon.itemsKey);
+    }
+    list->setCategory(SerializationInfo::Array);
+    int rc = result::DONE;
+    for (unsigned int i = 0; i < contextualCount(ctx); ++i) {
+        SerializationInfo element;
+        rc = processItem(ctx, in, element, i);
+        list->addMember() <<= element;
+    }
+    return rc;
+}
+
+int Collection::update(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
+    if (clear() != result::DONE) return result::FAILED;
+    const SerializationInfo* list = findItemList(ctx, in);
+    if (list == nullptr) return result::DONE;
+    const std::string& idKey = ctx.lexicon().idKey;
+    for (const SerializationInfo& element : *list) {
+        const SerializationInfo* id = idKey.empty() ? nullptr : element.findMember(idKey);
+        if (id != nullptr) {
+            std::string text;
+            id->getValue(text);
+            create(ctx, element, out, std::move(text));
+        } else {
+            create(ctx, element, out);
+        }
+    }
+    return result::DONE;
+}
+
+int Collection::create(Context&, const SerializationInfo&, SerializationInfo&) {
+    return result::NOT_SUPPORTED;
+}
+
+unsigned int Collection::totalCount(Context& ctx) {
+    return count(ctx);
+}
+
+int Collection::destroyItem(Context&, unsigned int) {
+    return result::NOT_SUPPORTED;
+}
+
+int Collection::processItem(Context& ctx, const SerializationInfo& in, SerializationInfo& out,
+                            CollectionItem* item) {
+    if (item == nullptr) return result::NOT_FOUND;
+    ItemStep step(ctx, item->id());
+    return item->process(ctx, in, out);
+}
+
+int Collection::create(Context&, const SerializationInfo&, SerializationInfo&, std::string) {
+    return result::NOT_SUPPORTED;
+}
+
+CollectionItem* Collection::getSchemaReferenceItem(Context&) {
+    return schemaReferenceItem_;
+}
+
+int Collection::clear() {
+    return result::NOT_SUPPORTED;
+}
+
+int Collection::processItem(Context& ctx, const SerializationInfo& in, SerializationInfo& out,
+                            const ConstHashString& id) {
+    return processItem(ctx, in, out, getFromId(ctx, id));
+}
+
+int Collection::processItem(Context& ctx, const SerializationInfo& in, SerializationInfo& out,
+                            unsigned int index) {
+    return processItem(ctx, in, out, at(ctx, index));
+}
+
+int Collection::populateNewItem(Context& ctx, const SerializationInfo& in, SerializationInfo& out,
+                                unsigned int index, bool skipRead) {
+    CollectionItem* item = at(ctx, index);
+    {
+        ParametersStep update(ctx, UPDATE, false);
+        const int rc = processItem(ctx, in, out, item);
+        if (rc != result::DONE || skipRead) return rc;
+    }
+    ParametersStep read(ctx, READ, true);
+    return processItem(ctx, in, out, item);
+}
+
+const ConstHashString& Collection::wildcard() {
+    static const ConstHashString name("+");
+    return name;
+}
+
+void Collection::setSchemaReferenceItem(CollectionItem* item) {
+    if (item == schemaReferenceItem_) return;
+    delete schemaReferenceItem_;
+    schemaReferenceItem_ = item;
+}
+
+// ---- CollectionItem ----
+
+CollectionItem::CollectionItem(const ConstHashString& id, const std::vector<Element*>& elements,
+                               AllowedMethods methods, bool alwaysExpanded)
+    : Structure(elements, methods, alwaysExpanded), id_(id) {}
+
+CollectionItem::CollectionItem(const std::vector<Element*>& elements, AllowedMethods methods,
+                               bool alwaysExpanded)
+    : CollectionItem(ConstHashString(), elements, methods, alwaysExpanded) {}
+
+CollectionItem::~CollectionItem() = default;
+
+bool CollectionItem::isResourcePathNeeded() const {
+    return true;
+}
+
+const ConstHashString& CollectionItem::getOwnKey() {
+    return id();
+}
+
+int CollectionItem::read(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
+    const std::string& idKey = ctx.lexicon().idKey;
+    if (!idKey.empty()) {
+        internal::SelectionStep selection(ctx.select(), ConstHashString(idKey));
+        if (selection.selected()) out.addMember(idKey).setValue(ctx.currentUri().back().str());
+    }
+    return Structure::read(ctx, in, out);
+}
+
+int CollectionItem::destroy(Context& ctx, const SerializationInfo&, SerializationInfo&) {
+    auto* collection = dynamic_cast<Collection*>(parent());
+    if (collection == nullptr) return result::FAILED;
+    return collection->destroyItem(ctx, index_);
+}
+
+int CollectionItem::serializeSchemaProperties(Context& ctx, const SerializationInfo& in,
+                                              SerializationInfo& out) {
+    const int rc = Structure::serializeSchemaProperties(ctx, in, out);
+    if (rc != result::DONE) return rc;
+    const std::string& idKey = ctx.lexicon().idKey;
+    if (!idKey.empty()) addIdSchema(out, idKey);
+    return rc;
+}
+
+const ConstHashString& CollectionItem::id() {
+    return id_;
+}
+
+void CollectionItem::setAdditionalInfo(unsigned int index, const ConstHashString& id) {
+    index_ = index;
+    id_ = id;
+}
+
+// ---- CollectionItemWithId ----
+
+CollectionItemWithId::CollectionItemWithId(const std::string& id,
+                                           const std::vector<Element*>& elements,
+                                           AllowedMethods methods, bool alwaysExpanded)
+    : CollectionItem(ConstHashString(id), elements, methods, alwaysExpanded) {}
+
+CollectionItemWithId::CollectionItemWithId(IdGenerator idGenerator,
+                                           const std::vector<Element*>& elements,
+                                           AllowedMethods methods, bool alwaysExpanded)
+    : CollectionItem(elements, methods, alwaysExpanded), idGenerator_(std::move(idGenerator)) {}
+
+CollectionItemWithId::~CollectionItemWithId() = default;
+
+const ConstHashString& CollectionItemWithId::id() {
+    if (idGenerator_) setId(ConstHashString(idGenerator_()));
+    return CollectionItem::id();
+}
+
+void CollectionItemWithId::setAdditionalInfo(unsigned int index, const ConstHashString&) {
+    setIndex(index);
+}
+
+}  // namespace dme
