@@ -2,6 +2,8 @@
 
 // Includes every public header of the data model engine.
 
+#include "dme/action.h"
+#include "dme/api_composite_value.h"
 #include "dme/arguments.h"
 #include "dme/array.h"
 #include "dme/atomic_value.h"
@@ -10,6 +12,7 @@
 #include "dme/context.h"
 #include "dme/dynamic_collection.h"
 #include "dme/engine.h"
+#include "dme/enum_value.h"
 #include "dme/exception.h"
 #include "dme/expanded_link.h"
 #include "dme/hash_string.h"
