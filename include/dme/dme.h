@@ -19,6 +19,8 @@
 #include "dme/file_structure.h"
 #include "dme/hash_string.h"
 #include "dme/helper.h"
+#include "dme/http/error_document.h"
+#include "dme/http/server.h"
 #include "dme/json.h"
 #include "dme/link.h"
 #include "dme/methods.h"

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <mutex>
 #include <vector>
 
 #include "dme/context.h"
@@ -68,8 +69,10 @@ class Subscriber {
 };
 
 // The per-node list of receivers, at most one per IElementObserver. Owned by its node and
-// attached to it as the node's single observer while it has subscribers. Takes no lock: requests
-// that subscribe or unsubscribe are serialised by the engine's caller.
+// attached to it as the node's single observer while it has subscribers. `add` and `remove` run
+// in requests, which the engine's caller serialises; `onChange` may run on any thread at the same
+// time. A mutex guards the list and is held while a change is fanned out (lock order: this
+// mutex, then the receiver's); it is never held while the node is called.
 class SubscriberManager : public ISubscribable::IObserver {
   public:
     SubscriberManager() = default;
@@ -84,13 +87,18 @@ class SubscriberManager : public ISubscribable::IObserver {
     // Forgets the ticket's id; releases `node` when its receiver has no id left. Returns 3 for
     // a receiver the node never saw, else 0. Requires a Subscription like `add`.
     int remove(ISubscribable& node, Context& ctx);
-    // Fans a change of the node out to every receiver.
+    // Fans a change of the node out to every receiver. May be called from any thread.
     void onChange(const std::chrono::steady_clock::time_point& when) override;
+    // The receivers, read without the lock: only while no change is signalled.
     const std::vector<Subscriber>& subscribers() const { return subscribers_; }
 
   private:
+    // Requires the mutex.
     std::vector<Subscriber>::iterator findSubscriber(const IElementObserver* observer);
+    // Erases the receiver `observer`, taking the mutex.
+    void erase(const IElementObserver* observer);
 
+    std::mutex mutex_;
     std::vector<Subscriber> subscribers_;
 };
 

@@ -2,6 +2,7 @@
 
 #include <cxxtools/serializationinfo.h>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -22,7 +23,8 @@ namespace dme {
 // subscription). Derived node types override only what they need; the order of the virtual
 // operations is part of the binary interface. A node knows its parent (not owned) and its own
 // path, and reports changes to one attached observer. Not thread-safe: requests on one tree run
-// one at a time. Not copyable.
+// one at a time. The exception is notifyChange, which may run on any thread while requests
+// attach and detach the observer: the observer pointer is atomic. Not copyable.
 class Value : public PermissionPolicyHolder, public ISubscribable {
   public:
     using SerializationInfo = cxxtools::SerializationInfo;
@@ -95,6 +97,7 @@ class Value : public PermissionPolicyHolder, public ISubscribable {
     // spends one expand level).
     bool isExpandNeeded(Context& ctx) const;
     // Tells the attached observer, if any, with the current steady-clock time; returns 0.
+    // May be called from any thread.
     int notifyChange() const;
     // The top of the tree this node hangs in (the node itself without a parent).
     Value* rootParent();
@@ -114,7 +117,7 @@ class Value : public PermissionPolicyHolder, public ISubscribable {
     Value* parent_ = nullptr;
     Path path_;
     std::unique_ptr<SubscriberManager> subscriberManager_;
-    ISubscribable::IObserver* observer_ = nullptr;
+    std::atomic<ISubscribable::IObserver*> observer_{nullptr};
 };
 
 }  // namespace dme

@@ -43,33 +43,46 @@ std::vector<Subscriber>::iterator SubscriberManager::findSubscriber(
 
 int SubscriberManager::add(ISubscribable& node, Context& ctx) {
     const std::shared_ptr<Subscription> ticket = ticketOf(ctx);
-    auto subscriber = findSubscriber(ticket->observer());
-    if (subscriber != subscribers_.end()) return subscriber->add(ticket->id());
-    subscribers_.emplace_back(*ticket);
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto subscriber = findSubscriber(ticket->observer());
+        if (subscriber != subscribers_.end()) return subscriber->add(ticket->id());
+        subscribers_.emplace_back(*ticket);
+    }
     int rc;
     try {
         rc = node.subscribe(ctx, *this);
     } catch (...) {
-        subscribers_.pop_back();
+        erase(ticket->observer());
         throw;
     }
-    if (rc != result::DONE) subscribers_.pop_back();
+    if (rc != result::DONE) erase(ticket->observer());
     return rc;
 }
 
 int SubscriberManager::remove(ISubscribable& node, Context& ctx) {
     const std::shared_ptr<Subscription> ticket = ticketOf(ctx);
-    auto subscriber = findSubscriber(ticket->observer());
-    if (subscriber == subscribers_.end()) return result::NOT_FOUND;
-    subscriber->remove(ticket->id());
-    if (!subscriber->empty()) return result::DONE;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        auto subscriber = findSubscriber(ticket->observer());
+        if (subscriber == subscribers_.end()) return result::NOT_FOUND;
+        subscriber->remove(ticket->id());
+        if (!subscriber->empty()) return result::DONE;
+    }
     node.unsubscribe(ctx, *this);
-    subscribers_.erase(subscriber);
+    erase(ticket->observer());
     return result::DONE;
 }
 
 void SubscriberManager::onChange(const std::chrono::steady_clock::time_point& when) {
+    std::lock_guard<std::mutex> lock(mutex_);
     for (Subscriber& subscriber : subscribers_) subscriber.notifyObserver(when);
+}
+
+void SubscriberManager::erase(const IElementObserver* observer) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto subscriber = findSubscriber(observer);
+    if (subscriber != subscribers_.end()) subscribers_.erase(subscriber);
 }
 
 }  // namespace dme

@@ -113,21 +113,21 @@ int Value::serializeChildSchema(Context&, const SerializationInfo&, Serializatio
 }
 
 int Value::subscribe(Context& ctx, ISubscribable::IObserver& observer) {
-    if (observer_ != nullptr) {
+    if (observer_.load() != nullptr) {
         throw std::runtime_error("Attempt to subscribe twice to dme::Value " +
                                  static_cast<std::string>(ctx.currentUri()));
     }
     const int rc = subscribeToValue(ctx);
-    if (rc == result::DONE) observer_ = &observer;
+    if (rc == result::DONE) observer_.store(&observer);
     return rc;
 }
 
 int Value::unsubscribe(Context& ctx, ISubscribable::IObserver& observer) {
-    if (observer_ != &observer) {
+    if (observer_.load() != &observer) {
         throw std::runtime_error("Attempt to unsubscribe from unknown observer in dme::Value " +
                                  static_cast<std::string>(ctx.currentUri()));
     }
-    observer_ = nullptr;
+    observer_.store(nullptr);
     return unsubscribeToValue(ctx);
 }
 
@@ -196,8 +196,12 @@ bool Value::isExpandNeeded(Context& ctx) const {
     return true;
 }
 
+// Reads the observer once: a request may detach it meanwhile, so a change already on its way
+// can still reach a detached observer. The node's own subscriber manager, the observer that
+// subscriptions attach, lives as long as the node.
 int Value::notifyChange() const {
-    if (observer_ != nullptr) observer_->onChange(std::chrono::steady_clock::now());
+    ISubscribable::IObserver* observer = observer_.load();
+    if (observer != nullptr) observer->onChange(std::chrono::steady_clock::now());
     return result::DONE;
 }
 

@@ -171,6 +171,23 @@ TEST(StaticCollection, NumberBeyondAnyIndexIsNotFound) {
     EXPECT_EQ(model.run(READ, "/devices/4294967297").status, 3);
 }
 
+TEST(StaticCollection, LargestThirtyTwoBitIdIsNotFound) {
+    Model model(threeDevices());
+    EXPECT_EQ(model.run(READ, "/devices/4294967295").status, 3);
+}
+
+TEST(StaticCollection, IdBeyondThirtyTwoBitUnsignedLongEndsTheRequestAsUnhandledError) {
+    if (sizeof(unsigned long) > sizeof(unsigned int)) {
+        GTEST_SKIP() << "4294967296 fits an unsigned long here";
+    }
+    Model model(threeDevices());
+    testing::internal::CaptureStderr();
+    const Answer answer = model.run(READ, "/devices/4294967296");
+    const std::string diagnostic = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(answer.status, 12);
+    EXPECT_THAT(diagnostic, HasSubstr("Exception text: stoul\n"));
+}
+
 TEST(StaticCollection, OverlongIdEscapesAsOutOfRange) {
     auto devices = std::unique_ptr<StaticCollection>(threeDevices());
     CollectionWalk walk;

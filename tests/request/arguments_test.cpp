@@ -435,6 +435,14 @@ TEST(ArgumentsHashTest, KnownValuesWith64BitStringHash) {
     EXPECT_EQ((Arguments{{"b", "2"}, {"a", "1"}}.hash()), 1285242609u);
 }
 
+// The same lists with libstdc++'s 32-bit byte hash (MurmurHash2), as on 32-bit ARM.
+TEST(ArgumentsHashTest, KnownValuesWith32BitStringHash) {
+    if (sizeof(std::size_t) != 4) GTEST_SKIP() << "literal values assume a 32-bit string hash";
+    EXPECT_EQ((Arguments{{"a", "1"}}.hash()), 853441553u);
+    EXPECT_EQ((Arguments{{"a", "1"}, {"b", "2"}}.hash()), 561518277u);
+    EXPECT_EQ((Arguments{{"b", "2"}, {"a", "1"}}.hash()), 1441502821u);
+}
+
 // ---- Printed form ---------------------------------------------------------------------------
 
 TEST(ArgumentsPrintTest, NoPairs) {

@@ -1,0 +1,129 @@
+// dme-device-server: serves the example gateway model (docs/example.md) over HTTP.
+//
+//     dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE]
+//
+// Listens on 127.0.0.1:8080 unless told otherwise (the PORT environment variable also sets the
+// port). Users authenticate with HTTP Basic: guest, operator and admin, each with its own name
+// as password. Stops cleanly on SIGINT and SIGTERM.
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <optional>
+#include <string>
+
+#include <pthread.h>
+
+#include "device_model.h"
+#include "dme/engine.h"
+#include "dme/http/server.h"
+
+namespace {
+
+constexpr const char* USAGE =
+    "usage: dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE]\n"
+    "  --bind ADDRESS  address to listen on (default 127.0.0.1)\n"
+    "  --port PORT     port to listen on (default $PORT, else 8080; 0 picks a free one)\n"
+    "  --factory FILE  the JSON file shown under /factory (default: the shipped one)\n";
+
+// How often observers of /status are told that the simulated counters moved.
+constexpr std::chrono::seconds STATUS_PERIOD{5};
+
+struct Options {
+    std::string bindAddress = "127.0.0.1";
+    unsigned short port = 8080;
+    std::string factoryFile = DME_DEVICE_FACTORY_DEFAULT;
+};
+
+unsigned short parsePort(const std::string& text) {
+    std::size_t used = 0;
+    const unsigned long port = std::stoul(text, &used);
+    if (used != text.size() || port > 65535) throw std::invalid_argument(text);
+    return static_cast<unsigned short>(port);
+}
+
+Options parseOptions(int argc, char** argv) {
+    Options options;
+    if (const char* port = std::getenv("PORT"); port != nullptr && *port != '\0') {
+        options.port = parsePort(port);
+    }
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        if (i + 1 >= argc) throw std::invalid_argument(option);
+        const std::string value = argv[++i];
+        if (option == "--bind") {
+            options.bindAddress = value;
+        } else if (option == "--port") {
+            options.port = parsePort(value);
+        } else if (option == "--factory") {
+            options.factoryFile = value;
+        } else {
+            throw std::invalid_argument(option);
+        }
+    }
+    return options;
+}
+
+// The built-in users, each with its own name as password.
+std::optional<dme::SessionInfo> authenticate(const std::string& user, const std::string& password) {
+    if (password != user) return std::nullopt;
+    return example::builtInSession(user);
+}
+
+// Blocks SIGINT and SIGTERM in every thread, so that main can wait for them with sigwait.
+sigset_t blockStopSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+// Waits for a stop signal, telling the observers of /status every STATUS_PERIOD meanwhile.
+void serveUntilStopped(const sigset_t& signals, example::DeviceModel& model,
+                       dme::http::Server& server) {
+    const timespec period{static_cast<time_t>(STATUS_PERIOD.count()), 0};
+    while (sigtimedwait(&signals, nullptr, &period) < 0) {
+        std::lock_guard<std::mutex> lock(server.engineMutex());
+        model.notifyStatusChange();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    try {
+        options = parseOptions(argc, argv);
+    } catch (const std::exception& e) {
+        std::cerr << "dme-device-server: invalid argument " << e.what() << "\n" << USAGE;
+        return 2;
+    }
+    const sigset_t signals = blockStopSignals();
+    try {
+        example::DeviceModel model(options.factoryFile);
+        dme::JsonDataModelEngine engine(model.dataModel(), "gateway");
+        dme::http::ServerOptions serverOptions;
+        serverOptions.bindAddress = options.bindAddress;
+        serverOptions.port = options.port;
+        serverOptions.authenticator = authenticate;
+        serverOptions.realm = "gateway";
+        dme::http::Server server(engine, serverOptions);
+        server.start();
+        std::cout << "dme-device-server: serving the example gateway on http://"
+                  << options.bindAddress << ":" << server.port() << "/api\n"
+                  << "  try: curl -u guest:guest 'http://" << options.bindAddress << ":"
+                  << server.port() << "/api/system?expand=2'\n"
+                  << "  users: guest, operator, admin (password: the user name)\n"
+                  << "  stop with Ctrl-C" << std::endl;
+        serveUntilStopped(signals, model, server);
+        server.stop();
+        std::cout << "dme-device-server: stopped" << std::endl;
+        return 0;
+    } catch (const std::exception& e) {
+        std::cerr << "dme-device-server: " << e.what() << std::endl;
+        return 1;
+    }
+}

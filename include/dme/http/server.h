@@ -1,0 +1,139 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "dme/engine.h"
+#include "dme/methods.h"
+#include "dme/session.h"
+
+namespace dme {
+namespace http {
+
+// Turns an engine result code into the HTTP status of the answer. A plain value type: copyable;
+// const use may be shared between threads.
+struct StatusTable {
+    // The status of each result code.
+    std::map<int, unsigned int> statuses;
+    // The status of a successful CREATE (result 0), whatever `statuses` says of 0.
+    unsigned int created = 201;
+    // The status of a result code that `statuses` does not name.
+    unsigned int otherwise = 500;
+
+    // The binding's table: 0 → 200, 1 → 500, 2 → 405, 3 and 4 → 404, 6 → 403, 7 → 400,
+    // 8 → 501, 10 → 400, 12 → 500; created 201, otherwise 500.
+    static StatusTable defaults();
+
+    // Returns the status of `resultCode` for a request of `method`.
+    unsigned int statusOf(int resultCode, Method method) const;
+};
+
+// Checks the credentials of HTTP Basic authentication. Returns the caller's session, or nothing
+// to refuse them. Called on the server's thread, one call at a time, never under the engine
+// lock: it must not block for long, and it may itself use the engine through
+// Server::engineMutex().
+using Authenticator =
+    std::function<std::optional<SessionInfo>(const std::string& user, const std::string& password)>;
+
+// How a Server listens and answers. A plain value type: copy it, change what you need, hand it
+// to the Server's constructor.
+struct ServerOptions {
+    // The IPv4 or IPv6 address to listen on.
+    std::string bindAddress = "127.0.0.1";
+    // The TCP port; 0 lets the system pick a free one (see Server::port()).
+    unsigned short port = 0;
+    // The path under which the tree is served: "<basePath>/<uri>". Trailing slashes are ignored;
+    // an empty path serves the tree at the server's root.
+    std::string basePath = "/api";
+    // Below the base path: GET "<schemaPrefix>/<uri>" answers the schema of <uri>.
+    std::string schemaPrefix = "/schema";
+    // Below the base path: GET "<eventsPrefix>/<uri>?interval=<ms>&..." with
+    // "Accept: text/event-stream" opens a stream of change events of <uri>.
+    std::string eventsPrefix = "/events";
+    // Result codes to HTTP statuses.
+    StatusTable statusTable = StatusTable::defaults();
+    // Checks Basic credentials; without one every request that carries credentials is refused.
+    Authenticator authenticator;
+    // Whether a request without credentials runs as the anonymous session; when false it is
+    // answered 401.
+    bool allowAnonymous = false;
+    // The realm named in the WWW-Authenticate challenge of a 401 answer.
+    std::string realm = "dme";
+    // Request bodies longer than this are answered 413.
+    std::size_t maxBodyBytes = 1024 * 1024;
+    // Event streams open at once; one more is answered 503.
+    unsigned int maxStreams = 8;
+    // Connections open at once (event streams included); further ones are refused by the
+    // server before any answer.
+    unsigned int maxConnections = 64;
+    // A connection on which nothing is received or sent for this long is closed (a client that
+    // sends its request too slowly, or does not read its answer). Whole seconds; 0 never closes.
+    std::chrono::seconds idleTimeout{30};
+    // The minimal interval between two events of a stream whose query has no "interval".
+    std::chrono::milliseconds defaultInterval{1000};
+    // How often an idle event stream is sent a comment line, which also finds streams whose
+    // client has gone away.
+    std::chrono::milliseconds heartbeatInterval{15000};
+    // Whether JSON answers are indented (event data never is).
+    bool beautify = false;
+};
+
+// Serves one JsonDataModelEngine over HTTP/1.1.
+//
+// Requests under the base path run against the engine: GET → READ, PUT and PATCH → UPDATE,
+// POST → CREATE, DELETE → DELETE, GET under the schema prefix → SCHEMA. The query string is
+// handed to Arguments as it is and the body is JSON text. The result code becomes a status
+// through the status table; a successful answer carries the engine's JSON, an error answer the
+// engine's error document when it wrote one (see defaultExceptionHandler) and else the
+// binding's (see error_document.h). Every JSON answer has "Content-Type: application/json".
+// A status 403 given to a request without credentials becomes 401 with a challenge.
+//
+// Event streams (Server-Sent Events): each stream subscribes one observer to its uri with
+// immediate notification, so that its first event comes at once; each notification sends
+// "event: change" with the current READ of the uri as one line of JSON (or "event: error" with
+// an error document when that READ fails). Closing the connection unsubscribes.
+//
+// Threads: the server runs one network thread and one event thread, however many connections
+// and streams are open. Every engine call that the server makes (requests, notification reads,
+// subscribing and unsubscribing) holds engineMutex(), so that the engine serves one request at a
+// time; the application must hold it too around its own engine calls while the server runs.
+// start(), stop() and port() are called from the application's thread, not concurrently.
+// Neither copyable nor movable; the engine must outlive the server.
+class Server {
+  public:
+    // Keeps `engine` by reference and `options` by copy; does not listen yet.
+    Server(JsonDataModelEngine& engine, ServerOptions options);
+    // Stops the server when it runs.
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    // Starts listening. Requires that the server is not running (std::logic_error
+    // "Server already running" otherwise). Throws std::invalid_argument("Invalid bind address")
+    // when bindAddress is no IP address and std::runtime_error("Cannot listen on <address> port
+    // <port>") when the server cannot listen there.
+    void start();
+    // Ends every event stream (their observers are unsubscribed), closes every connection and
+    // stops listening. Does nothing when the server is not running. Must not be called while
+    // holding engineMutex().
+    void stop();
+    // The port listened on while running (the one picked for port 0); 0 when not running.
+    unsigned short port() const;
+    // Whether start() succeeded and stop() was not called since.
+    bool running() const;
+    // The lock around every engine call.
+    std::mutex& engineMutex();
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace http
+}  // namespace dme

@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# Starts dme-device-server on a free loopback port and drives it with curl: methods, expand and
+# select, schema, the error statuses, malformed input leaving the data unchanged, an event
+# stream, and concurrent clients. Usage: device_server_test.sh SERVER_BINARY
+set -uo pipefail
+server=$1
+work=$(mktemp -d)
+failures=0
+passes=0
+
+"$server" --port 0 >"$work/out" 2>"$work/err" &
+pid=$!
+cleanup() { kill "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; rm -rf "$work"; }
+trap cleanup EXIT
+
+for _ in $(seq 100); do
+    port=$(sed -n 's|.*serving the example gateway on http://127.0.0.1:\([0-9]*\)/api.*|\1|p' "$work/out")
+    [ -n "$port" ] && break
+    sleep 0.1
+done
+if [ -z "$port" ]; then
+    echo "server did not start"; cat "$work/out" "$work/err"; exit 1
+fi
+base="http://127.0.0.1:$port/api"
+
+# check NAME EXPECTED_STATUS EXPECTED_BODY_REGEX CURL_ARGS...
+check() {
+    local name=$1 status=$2 body=$3
+    shift 3
+    local answer code
+    answer=$(curl -s -m 10 -o "$work/body" -w '%{http_code}' "$@")
+    code=$answer
+    if [ "$code" = "$status" ] && grep -Eq -- "$body" "$work/body"; then
+        passes=$((passes + 1))
+    else
+        failures=$((failures + 1))
+        echo "FAIL $name: status $code (expected $status), body: $(head -c 400 "$work/body")"
+    fi
+}
+
+guest=(-u guest:guest)
+admin=(-u admin:admin)
+operator=(-u operator:operator)
+
+check read-leaf 200 '^"gateway"$' "${guest[@]}" "$base/system/hostname"
+check read-with-expand 200 '"href":"/users/1","id":"1","name":"alice"' "${guest[@]}" "$base/users?expand=2"
+check read-with-select 200 '^\{"href":"/system","hostname":"gateway","logLevel":"warning"\}$' \
+    "${guest[@]}" "$base/system?select=hostname,logLevel"
+check schema 200 '^\{"type":"string","default":"","minSize":1,"maxSize":63\}$' "${admin[@]}" "$base/schema/system/hostname"
+check update 200 '' "${admin[@]}" -X PUT --data '"vara"' "$base/system/hostname"
+check read-back 200 '^"vara"$' "${guest[@]}" "$base/system/hostname"
+check patch 200 '' "${operator[@]}" -X PATCH --data '1400' "$base/network/interfaces/lan/mtu"
+check create 201 '"name":"carol"' "${admin[@]}" -X POST --data '{"name":"carol","role":"operator"}' "$base/users"
+check delete 200 '' "${admin[@]}" -X DELETE "$base/users/3"
+check deleted-is-gone 404 '"error"' "${admin[@]}" "$base/users/3"
+check no-credentials 401 '' "$base/system"
+check wrong-password 401 '' -u guest:nope "$base/system"
+check refused-update 403 '"error"' "${guest[@]}" -X PUT --data '"x"' "$base/system/hostname"
+check not-found 404 '"error"' "${guest[@]}" "$base/nosuch"
+check not-allowed 405 '"error"' "${admin[@]}" -X DELETE "$base/system/hostname"
+check invalid-value 400 '"message":"Value above maximum"' "${operator[@]}" -X PUT --data '9001' "$base/network/interfaces/lan/mtu"
+check not-supported 501 '"error"' "${admin[@]}" -X PUT --data '"X"' "$base/factory/model"
+check malformed-json 400 '"error"' "${admin[@]}" -X PUT --data '{"hostname":' "$base/system"
+check malformed-query 400 '"message":"Malformed query"' "${guest[@]}" "$base/system?a=%zz"
+check too-large 413 '' "${admin[@]}" -X PUT -H 'Content-Type: application/json' \
+    --data-binary @<(head -c 1100000 /dev/zero | tr '\0' ' ') "$base/system/hostname"
+check unchanged-after-bad-input 200 '^"vara"$' "${guest[@]}" "$base/system/hostname"
+check mtu-unchanged 200 '^1400$' "${guest[@]}" "$base/network/interfaces/lan/mtu"
+
+# An event stream: the first state at once, then a change after an update.
+curl -s -N -m 8 "${guest[@]}" -H 'Accept: text/event-stream' \
+    "$base/events/system/hostname?interval=100" >"$work/events" &
+stream=$!
+for _ in $(seq 50); do grep -q '^data: "vara"' "$work/events" && break; sleep 0.1; done
+curl -s -m 5 "${admin[@]}" -X PUT --data '"streamed"' "$base/system/hostname" >/dev/null
+for _ in $(seq 50); do grep -q '^data: "streamed"' "$work/events" && break; sleep 0.1; done
+kill "$stream" 2>/dev/null; wait "$stream" 2>/dev/null
+if grep -q '^event: change' "$work/events" && grep -q '^data: "vara"' "$work/events" &&
+   grep -q '^data: "streamed"' "$work/events"; then
+    passes=$((passes + 1))
+else
+    failures=$((failures + 1)); echo "FAIL event-stream: $(cat "$work/events")"
+fi
+
+# Eight concurrent clients making 200 requests each.
+for client in $(seq 8); do
+    (
+        bad=0
+        for _ in $(seq 200); do
+            code=$(curl -s -m 10 -o /dev/null -w '%{http_code}' "${guest[@]}" "$base/system?expand=2")
+            [ "$code" = 200 ] || bad=$((bad + 1))
+        done
+        echo "$bad" >"$work/client-$client"
+    ) &
+done
+wait $(jobs -p | grep -v "^$pid$") 2>/dev/null
+bad=$(cat "$work"/client-* | awk '{ s += $1 } END { print s + 0 }')
+if [ "$bad" = 0 ]; then passes=$((passes + 1)); else failures=$((failures + 1)); echo "FAIL concurrent: $bad failed requests"; fi
+
+# SIGTERM stops the server cleanly.
+kill -TERM "$pid"
+if wait "$pid" && grep -q 'stopped' "$work/out"; then
+    passes=$((passes + 1))
+else
+    failures=$((failures + 1)); echo "FAIL clean stop"
+fi
+echo "$passes passed, $failures failed"
+[ "$failures" = 0 ]
