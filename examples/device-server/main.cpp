@@ -115,7 +115,7 @@ int main(int argc, char** argv) {
         std::cout << "dme-device-server: serving the example gateway on http://"
                   << options.bindAddress << ":" << server.port() << "/api\n"
                   << "  try: curl -u guest:guest 'http://" << options.bindAddress << ":"
-                  << server.port() << "/api/system?expand=2'\n"
+                  << server.port() << "/api/network?expand=3'\n"
                   << "  users: guest, operator, admin (password: the user name)\n"
                   << "  stop with Ctrl-C" << std::endl;
         serveUntilStopped(signals, model, server);

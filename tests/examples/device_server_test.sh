@@ -44,6 +44,8 @@ operator=(-u operator:operator)
 
 check read-leaf 200 '^"gateway"$' "${guest[@]}" "$base/system/hostname"
 check read-with-expand 200 '"href":"/users/1","id":"1","name":"alice"' "${guest[@]}" "$base/users?expand=2"
+check read-network-expanded 200 '"members":\[\{"href":"/network/interfaces/wan","id":"wan","device":"eth1"' \
+    "${guest[@]}" "$base/network?expand=3"
 check read-with-select 200 '^\{"href":"/system","hostname":"gateway","logLevel":"warning"\}$' \
     "${guest[@]}" "$base/system?select=hostname,logLevel"
 check schema 200 '^\{"type":"string","default":"","minSize":1,"maxSize":63\}$' "${admin[@]}" "$base/schema/system/hostname"
