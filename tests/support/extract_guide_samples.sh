@@ -8,8 +8,9 @@
 # standard output and becomes OUTDIR/<name>.expected.
 #
 # Refused, with a message and exit status 1: a name given twice, a naming comment that is not of
-# that form or that no ```cpp block follows, a block that is never closed, and a sample that
-# defines main() but is not followed by its ```text block.
+# that form or that no ```cpp block follows, a block that is never closed, a sample that defines
+# main() but is not followed by its ```text block, and a ```text block after a sample without
+# main(). A sample with main() is a program to run; one without is only compiled.
 #
 # OUTDIR ends up holding exactly the extracted .cpp and .expected files; a file whose content has
 # not changed keeps its time stamp, so that the build recompiles only the samples that changed.
@@ -29,6 +30,9 @@ awk -v outdir="$extracted" '
         failed = 1
         exit 1
     }
+    function notFollowed() {
+        fail("\"guide-sample: " pending "\" is not followed by a ```cpp block")
+    }
     # A fence line: ``` followed by the language word, if any.
     /^```/ {
         if (block == "") {
@@ -45,7 +49,7 @@ awk -v outdir="$extracted" '
                 block = "cpp"
                 blockStart = FNR
             } else {
-                if (pending != "") fail("\"guide-sample: " pending "\" is not followed by a ```cpp block")
+                if (pending != "") notFollowed()
                 if (language == "text" && lastSample != "") {
                     file = outdir "/" lastSample ".expected"
                     printf "" > file
@@ -75,7 +79,7 @@ awk -v outdir="$extracted" '
     block == "text" && lastSample != "" { print > file; next }
     block != "" { next }
     /^<!-- guide-sample:/ {
-        if (pending != "") fail("\"guide-sample: " pending "\" is not followed by a ```cpp block")
+        if (pending != "") notFollowed()
         if ($0 !~ /^<!-- guide-sample: [A-Za-z0-9_-]+ -->$/) fail("malformed sample name: " $0)
         pending = $3
         next
@@ -83,16 +87,26 @@ awk -v outdir="$extracted" '
     END {
         if (failed) exit 1
         if (block != "") {
-            printf "%s: the ```%s block opened on line %d is not closed\n", FILENAME, block, blockStart > "/dev/stderr"
+            printf "%s: the ```%s block opened on line %d is not closed\n",
+                FILENAME, block, blockStart > "/dev/stderr"
             exit 1
         }
         if (pending != "") {
-            printf "%s: \"guide-sample: %s\" is not followed by a ```cpp block\n", FILENAME, pending > "/dev/stderr"
+            printf "%s: \"guide-sample: %s\" is not followed by a ```cpp block\n",
+                FILENAME, pending > "/dev/stderr"
             exit 1
         }
         for (sample in hasMain) {
             if (hasMain[sample] && !(sample in hasExpected)) {
-                printf "%s: sample %s has a main() but no ```text block with its output\n", FILENAME, sample > "/dev/stderr"
+                printf "%s: sample %s has a main() but no ```text block with its output\n",
+                    FILENAME, sample > "/dev/stderr"
+                exit 1
+            }
+        }
+        for (sample in hasExpected) {
+            if (!hasMain[sample]) {
+                printf "%s: sample %s is followed by a ```text block but has no main()\n",
+                    FILENAME, sample > "/dev/stderr"
                 exit 1
             }
         }
