@@ -50,12 +50,16 @@ clean:
 
 # `make check-armhf`: cross build for 32-bit ARM hard-float with Debian's cross toolchain, unit
 # tests run under qemu-arm. The armhf libraries are unpacked into ARMHF_ROOT, not installed (see
-# scripts/fetch-armhf-packages.sh). The HTTP binding and the benchmarks are left out; the install
-# test is skipped because it builds its consumer with the build machine's own compiler.
+# scripts/fetch-armhf-packages.sh). The HTTP binding and the benchmarks are left out. ctest runs a
+# test's own executable under qemu-arm, but not one started by a script: ARMHF_HOST_ONLY_TESTS are
+# those that start an armhf executable from a shell script, or (install-and-consume) build a
+# consumer with the build machine's own compiler.
 ARMHF_BUILD_DIR ?= build-armhf
 ARMHF_ROOT ?= build-armhf-packages
 ARMHF_HOST_PACKAGES := cmake make pkg-config crossbuild-essential-armhf qemu-user
 ARMHF_TARGET_PACKAGES := libcxxtools10 libcxxtools-dev libssl3 libgtest-dev libgmock-dev
+ARMHF_HOST_ONLY_TESTS := install-and-consume|dme-cli-exits-[12]-.*|example-doc-shows-real-outputs|\
+    guide-sample-.*
 
 .PHONY: armhf-deps armhf-build check-armhf
 
@@ -70,4 +74,84 @@ armhf-build: armhf-deps
 	cmake --build $(ARMHF_BUILD_DIR) -j $(JOBS)
 
 check-armhf: armhf-build
-	cd $(ARMHF_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) -E '^install-and-consume$$'
+	cd $(ARMHF_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) \
+	    -E '^($(subst $() ,,$(ARMHF_HOST_ONLY_TESTS)))$$'
+
+# Reliability runs, each in its own build directory (see docs/reliability.md). Every report of a
+# sanitizer or of memcheck fails the run.
+# `make test-asan`: the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+# `make test-tsan`: the threaded suites (engine, notifier, subscriptions, thread class, the
+# notification stress test and, when it is built, the HTTP binding) under ThreadSanitizer.
+# `make valgrind`: every unit test executable under memcheck.
+ASAN_BUILD_DIR ?= build-asan
+TSAN_BUILD_DIR ?= build-tsan
+VALGRIND_BUILD_DIR ?= build-valgrind
+SANITIZER_PACKAGES := libasan8 libubsan1 libtsan2
+VALGRIND_PACKAGES := valgrind
+# verify_asan_link_order=0 lets the install test run its uninstrumented consumer program, which
+# gets the ASan runtime through the instrumented library only.
+ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:check_initialization_order=1:strict_init_order=1:detect_stack_use_after_return=1:verify_asan_link_order=0 \
+	UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+TSAN_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
+TSAN_SUITES := ^(DataModel|Engine|JsonEngine|Notifier|NotificationStress|Subscri|Thread)[A-Za-z]*\.
+VALGRIND_OPTIONS := --leak-check=full --errors-for-leak-kinds=definite,indirect --error-exitcode=1
+
+.PHONY: test-asan test-tsan valgrind
+
+test-asan: deps
+	@./scripts/install-deps.sh $(SANITIZER_PACKAGES)
+	cmake -S . -B $(ASAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DDME_SANITIZE=address,undefined
+	cmake --build $(ASAN_BUILD_DIR) -j $(JOBS)
+	cd $(ASAN_BUILD_DIR) && $(ASAN_ENV) ctest --output-on-failure -j $(JOBS)
+
+test-tsan: deps
+	@./scripts/install-deps.sh $(SANITIZER_PACKAGES)
+	cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DDME_SANITIZE=thread
+	cmake --build $(TSAN_BUILD_DIR) -j $(JOBS)
+	cd $(TSAN_BUILD_DIR) && suites='$(TSAN_SUITES)' && \
+	if [ -x tests/dme-http-tests ]; then \
+	    http=$$(tests/dme-http-tests --gtest_list_tests | sed -n 's|^\([A-Za-z0-9_/]*\)\.$$|\1|p' | paste -sd'|') && \
+	    suites="$$suites|^($$http)\."; \
+	fi && \
+	$(TSAN_ENV) ctest --output-on-failure -j $(JOBS) -R "$$suites"
+
+valgrind: deps
+	@./scripts/install-deps.sh $(VALGRIND_PACKAGES)
+	cmake -S . -B $(VALGRIND_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug
+	cmake --build $(VALGRIND_BUILD_DIR) -j $(JOBS)
+	@status=0; for test in $(VALGRIND_BUILD_DIR)/tests/dme-*-tests; do \
+	    echo "== valgrind $$test"; \
+	    valgrind $(VALGRIND_OPTIONS) $$test --gtest_brief=1 || status=1; \
+	done; exit $$status
+
+# `make fuzz`: the libFuzzer targets of fuzz/ (query strings, uris and the path browser, select
+# texts, whole requests to the example gateway), built with clang under AddressSanitizer and
+# UndefinedBehaviorSanitizer in their own build directory, each run for FUZZ_SECONDS from its
+# committed seed corpus (scripts/fuzz.sh). Any crash, sanitizer report, leak or failed check
+# fails the run and leaves the input in FUZZ_BUILD_DIR/fuzz-artifacts/.
+# `make load`: the example device service driven for LOAD_SECONDS over 32 connections by the
+# load client load/dme_load.cpp (scripts/load.sh); it reports requests per second, latency,
+# errors and the service's memory, and fails on any error or on memory growth.
+FUZZ_BUILD_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := arguments path select engine
+FUZZ_PACKAGES := clang libclang-rt-14-dev
+LOAD_SECONDS ?= 60
+LOAD_PACKAGES := libcurl4-openssl-dev pkg-config
+
+.PHONY: fuzz load
+
+fuzz: deps
+	@./scripts/install-deps.sh $(FUZZ_PACKAGES)
+	cmake -S . -B $(FUZZ_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+	    -DDME_SANITIZE=fuzzer-no-link,address,undefined -DDME_BUILD_FUZZ=ON \
+	    -DDME_BUILD_TESTS=OFF -DDME_BUILD_HTTP=OFF
+	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target $(addprefix dme-fuzz-,$(FUZZ_TARGETS))
+	./scripts/fuzz.sh $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
+load: configure
+	@./scripts/install-deps.sh $(LOAD_PACKAGES)
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target dme-device-server
+	$(CXX) -std=c++17 -O2 -Wall -Wextra -Wpedantic load/dme_load.cpp -o $(BUILD_DIR)/dme-load \
+	    $$(pkg-config --cflags --libs libcurl) -pthread
+	./scripts/load.sh $(BUILD_DIR) $(LOAD_SECONDS)
