@@ -380,7 +380,9 @@ dme::ExceptionHandlers exceptionHandlers() {
                       SerializationInfo& out) {
         const auto* rejected = dynamic_cast<const dme::Exception*>(&e);
         if (rejected == nullptr) return dme::ExceptionHandlers::NOT_HANDLED;
-        out = errorDocument(*rejected);
+        // Swapped in: cxxtools' move assignment leaks the members that `out` held before.
+        SerializationInfo document = errorDocument(*rejected);
+        out.swap(document);
         return REJECTED;
     };
     return dme::ExceptionHandlers({{std::type_index(typeid(dme::Exception)), handler}});
