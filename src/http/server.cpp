@@ -319,10 +319,14 @@ class Server::Impl {
                const Caller& caller, const std::string& body) {
         std::string out;
         int code = result::FAILED;
-        {
+        try {
             std::lock_guard<std::mutex> lock(engineMutex_);
             code = engine_.execute(method, uri, arguments, caller.requestInfo, body, out,
                                    options_.beautify);
+        } catch (const Exception& rejected) {
+            // An argument that the request context cannot read (a bad expand level) leaves
+            // execute instead of becoming a result code: it is rejected input all the same.
+            return rejection(rejected);
         }
         return answerFor(code, method, std::move(out), caller);
     }
