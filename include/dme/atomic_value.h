@@ -42,6 +42,8 @@ void validateSerializationType(const cxxtools::SerializationInfo& si);
 // that the JSON formatter, which prints a float with five significant digits only, shows it in
 // full. std::string is decoded as UTF-8 into a wide text; a text that is not valid UTF-8
 // (malformed, truncated, overlong or a surrogate) is written as the empty 8-bit text instead.
+// A pure ASCII text is written as the 8-bit text itself: it reads back and formats as JSON
+// exactly as its wide form would.
 template <class T>
 void serializeValue(const T& value, cxxtools::SerializationInfo& si);
 

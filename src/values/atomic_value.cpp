@@ -216,6 +216,13 @@ Utf8Lead utf8Lead(unsigned char lead) {
     return Utf8Lead{0, 0, 0};
 }
 
+bool isAscii(const std::string& text) {
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) >= 0x80) return false;
+    }
+    return true;
+}
+
 // Whether `text` is well-formed UTF-8: no stray or missing continuation bytes, no overlong
 // forms, no surrogates, nothing above U+10FFFF. The codec lets some of these pass silently.
 bool isValidUtf8(const std::string& text) {
@@ -279,6 +286,12 @@ void validateSerializationType(const SerializationInfo& si) {
 template <class T>
 void serializeValue(const T& value, SerializationInfo& si) {
     if constexpr (std::is_same_v<T, std::string>) {
+        // An ASCII text decodes to the same characters, which the formatter escapes alike in
+        // both forms; the 8-bit form spares decoding it and writing it character by character.
+        if (isAscii(value)) {
+            si.setValue(value);
+            return;
+        }
         try {
             if (!isValidUtf8(value)) throw std::runtime_error("invalid UTF-8");
             si.setValue(cxxtools::Utf8Codec::decode(value));

@@ -2,6 +2,7 @@
 
 #include <cxxtools/jsondeserializer.h>
 #include <cxxtools/serializationerror.h>
+#include <cxxtools/string.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -1138,6 +1139,41 @@ TEST(SerializeValueTest, ValidUtf8IsWrittenAsAWideText) {
     serializeValue<std::string>("\xc3\xa4", si);
     EXPECT_TRUE(si.isString());
     EXPECT_EQ(formatJson(si), R"("\u00e4")");
+}
+
+TEST(SerializeValueTest, AsciiTextIsWrittenAsAn8BitText) {
+    SerializationInfo si;
+    serializeValue<std::string>("plain text", si);
+    EXPECT_TRUE(si.isString8());
+    std::string text;
+    si.getValue(text);
+    EXPECT_EQ(text, "plain text");
+}
+
+TEST(SerializeValueTest, AsciiTextReadsBackAsTheSameWideText) {
+    SerializationInfo si;
+    serializeValue<std::string>("Abc 1~", si);
+    cxxtools::String wide;
+    si.getValue(wide);
+    EXPECT_EQ(wide, cxxtools::String(L"Abc 1~"));
+}
+
+TEST(SerializeValueTest, AsciiTextKeepsTheJsonEscapes) {
+    SerializationInfo si;
+    serializeValue<std::string>("q\"b\\s/c\x01\x1f\b\f\n\r\t\x7f~", si);
+    EXPECT_EQ(formatJson(si), "\"q\\\"b\\\\s/c\\u0001\\u001f\\b\\f\\n\\r\\t\x7f~\"");
+}
+
+TEST(SerializeValueTest, AsciiTextKeepsAnEmbeddedNulByte) {
+    SerializationInfo si;
+    serializeValue<std::string>(std::string("a\0b", 3), si);
+    EXPECT_EQ(formatJson(si), R"("a\u0000b")");
+}
+
+TEST(SerializeValueTest, EmptyTextIsWrittenAsTheEmptyText) {
+    SerializationInfo si;
+    serializeValue<std::string>("", si);
+    EXPECT_EQ(formatJson(si), R"("")");
 }
 
 TEST(SerializeValueTest, SignedIntegerUsesTheSignedSetter) {
