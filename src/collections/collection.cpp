@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "../tree/document.h"
 #include "../tree/walk_step.h"
 #include "dme/result.h"
 
@@ -116,7 +117,7 @@ int Collection::read(Context& ctx, const SerializationInfo& in, SerializationInf
     for (unsigned int i = 0; i < contextualCount(ctx); ++i) {
         SerializationInfo element;
         rc = processItem(ctx, in, element, i);
-        list->addMember() <<= element;
+        internal::appendMember(*list, std::string(), element);
     }
     return rc;
 }

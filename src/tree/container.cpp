@@ -5,6 +5,7 @@
 
 #include "dme/path.h"
 #include "dme/result.h"
+#include "document.h"
 #include "walk_step.h"
 
 namespace dme {
@@ -137,7 +138,7 @@ int Entry::processListed(Context& ctx, const SerializationInfo& in, Serializatio
     }
     if (rc != result::DONE) return rc;
     if (!alwaysSerialized_ && isEmptyResult(member)) return result::NOT_FOUND;
-    out.addMember(name_.str()) <<= member;
+    internal::appendMember(out, name_.str(), member);
     return result::DONE;
 }
 

@@ -315,6 +315,33 @@ TEST(CollectionRead, LastItemNotReadableAnswersNotAllowed) {
     EXPECT_EQ(answer.body, R"([{"name":"a"},null])");
 }
 
+// An always expanded item with the member "name" = "n" that names the document it answers
+// into.
+class SelfNamingItem : public CollectionItem {
+  public:
+    SelfNamingItem()
+        : CollectionItem({new Entry("name", new StringLeaf("n"))}, ALL_METHODS, true) {}
+    int read(Context& ctx, const SerializationInfo& in, SerializationInfo& out) override {
+        out.setName("self");
+        return CollectionItem::read(ctx, in, out);
+    }
+};
+
+TEST(CollectionRead, ListedItemsStayUnnamedWhenAnItemNamesItsAnswer) {
+    auto* devices = new TestCollection();
+    devices->add(new SelfNamingItem());
+    Structure root({new Entry("devices", devices)}, ALL_METHODS, true);
+    attachRoot(root);
+    WalkAtCollection walk(READ);
+    SerializationInfo out;
+    EXPECT_EQ(devices->read(walk.ctx, SerializationInfo(), out), 0);
+    const SerializationInfo& items = out.getMember("members");
+    ASSERT_EQ(items.memberCount(), 1u);
+    EXPECT_EQ(items.begin()->name(), "");
+    EXPECT_EQ(formatJson(out),
+              R"({"count":1,"members":[{"href":"/devices/1","id":"1","name":"n"}]})");
+}
+
 // ---- Addressing items ----
 
 TEST(CollectionBrowse, ReachesTheItemNamedByTheSegment) {

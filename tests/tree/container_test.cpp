@@ -366,6 +366,40 @@ TEST(EntryTest, ListingAddsTheChildUnderTheMemberName) {
     EXPECT_EQ(formatJson(out), R"({"x":"1"})");
 }
 
+TEST(EntryTest, ListingKeepsTheMemberNameWhenTheChildNamesItsAnswer) {
+    FunctionLeaf leaf([](Context&, const SerializationInfo&, SerializationInfo& out) {
+        out.setName("other");
+        out.setValue("v");
+        return result::DONE;
+    });
+    attachRoot(leaf);
+    Entry entry("x", leaf);
+    Request request(READ, "/");
+    SerializationInfo out;
+    EXPECT_EQ(entry.process(request.context(), SerializationInfo(), out, ""), result::DONE);
+    ASSERT_EQ(out.memberCount(), 1u);
+    EXPECT_EQ(out.begin()->name(), "x");
+    EXPECT_EQ(formatJson(out), R"({"x":"v"})");
+}
+
+TEST(EntryTest, ListingAddsTheChildsWholeDocumentAfterTheMembersBefore) {
+    FunctionLeaf leaf([](Context&, const SerializationInfo&, SerializationInfo& out) {
+        out.addMember("a").setValue(1);
+        SerializationInfo& list = out.addMember("list");
+        list.setCategory(SerializationInfo::Array);
+        list.addMember().setValue("t");
+        list.addMember().addMember("deep").setValue(true);
+        return result::DONE;
+    });
+    attachRoot(leaf);
+    Entry entry("x", leaf);
+    Request request(READ, "/");
+    SerializationInfo out;
+    out.addMember("before").setValue(0);
+    EXPECT_EQ(entry.process(request.context(), SerializationInfo(), out, ""), result::DONE);
+    EXPECT_EQ(formatJson(out), R"({"before":0,"x":{"a":1,"list":["t",{"deep":true}]}})");
+}
+
 TEST(EntryTest, ListingLeavesOutAMemberThatTheSelectionExcludesWithoutReadingIt) {
     StringLeaf* excluded = new StringLeaf("2");
     auto root = makeRoot({new Entry("a", new StringLeaf("1")), new Entry("b", excluded)});
