@@ -68,6 +68,9 @@ class Path {
     // Removes all segments; the hash and the absolute mark are left as they were until the
     // next updateHash().
     void clear();
+    // Makes room for `count` segments, so that appending up to that many allocates nothing.
+    // Changes neither the segments nor the hash.
+    void reserve(unsigned count);
 
     // Equal when the segments are equal; the hash decides a mismatch first.
     bool operator==(const Path& other) const;

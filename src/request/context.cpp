@@ -7,6 +7,9 @@
 namespace dme {
 namespace {
 
+// Levels below the requested node that a walk is given room for up front.
+const unsigned int kExpansionRoom = 4;
+
 const RequestInfo& emptyRequestInfo() {
     static const RequestInfo empty;
     return empty;
@@ -27,6 +30,10 @@ Context::Context(const Lexicon& lexicon, Method method, const std::string& uri, 
     if ((static_cast<std::uint32_t>(method) & METHOD_MASK) == 0) {
         throw std::invalid_argument("Invalid method");
     }
+    // Room for the walk down to the requested node and some levels of expansion below it.
+    const unsigned int depth = pathBrowser_.request().size() + kExpansionRoom;
+    currentPath_.reserve(depth);
+    expandLevels_.reserve(depth + 1);
     setExpandLevel(extractExpandLevel());
 }
 
@@ -60,10 +67,20 @@ std::string Context::extractSelect() const {
     return text;
 }
 
+// currentPath_ is the browser's path at the last `next`, and only `prev` has changed the browser
+// since, which takes segments off its end: the browser's path before this step is a prefix of
+// currentPath_. So only the segments below it are dropped and the new name appended, instead
+// of copying the whole path. The first step replaces the initial empty relative path.
 void Context::next(const ConstHashString& name) {
     expandLevels_.push_back(expandLevel());
+    const unsigned int depth = pathBrowser_.current().size();
     pathBrowser_.push_back(name);
-    currentPath_ = pathBrowser_.current();
+    if (!currentPath_.isAbsolute()) {
+        currentPath_ = pathBrowser_.current();
+        return;
+    }
+    while (currentPath_.size() > depth) currentPath_.pop_back_nohash();
+    currentPath_.push_back(name);
 }
 
 void Context::nextWithId(const ConstHashString& id) {

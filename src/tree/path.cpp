@@ -8,6 +8,8 @@ namespace dme {
 namespace {
 
 const unsigned kWholeText = static_cast<unsigned>(std::string::npos);
+// Levels below the requested node that a walk is given room for up front.
+const unsigned kExpansionRoom = 4;
 const char kAboveRoot[] = "trying to move above root path";
 const char kPopOnRoot[] = "Trying to remove segment on root path";
 
@@ -47,11 +49,14 @@ Path::Path(const std::string& uri, unsigned pos, unsigned len) : Path(uri.c_str(
 
 Path::Path(const char* uri, unsigned pos, unsigned len) : absolute_(false), hash_(0) {
     if (len == 0) return;
-    const std::string text = std::string(uri).substr(pos, len);
+    std::string text(uri);
+    // substr throws std::out_of_range for a `pos` beyond the end; a slice that covers the whole
+    // text needs no copy.
+    if (pos != 0 || len < text.size()) text = text.substr(pos, len);
     if (text.find("//") != std::string::npos) {
         throw std::invalid_argument("ERROR - Invalid empty segment ('//') in path: " + text);
     }
-    segments_ = split(text);
+    segments_ = split(std::move(text));
     absolute_ = uri[pos] == '/';
     updateHash();
 }
@@ -103,6 +108,10 @@ void Path::clear() {
     segments_.clear();
 }
 
+void Path::reserve(unsigned count) {
+    segments_.reserve(count);
+}
+
 bool Path::operator==(const Path& other) const {
     if (hash_ != other.hash_) return false;
     if (segments_.size() != other.segments_.size()) return false;
@@ -128,6 +137,7 @@ Path Path::buildRelative(const Path& from, const char* prefix) const {
     const unsigned shared = std::min(size(), from.size());
     unsigned common = 0;
     while (common < shared && segments_[common] == from.segments_[common]) ++common;
+    result.reserve(result.size() + (from.size() - common) + (size() - common));
     for (unsigned i = common; i < from.size(); ++i) result.push_back_nohash(parentName());
     for (unsigned i = common; i < size(); ++i) result.push_back_nohash(segments_[i]);
     return result;
@@ -153,6 +163,7 @@ std::ostream& operator<<(std::ostream& os, const Path& path) {
 
 std::vector<ConstHashString> split(std::string text) {
     std::vector<ConstHashString> segments;
+    segments.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '/')) + 1);
     std::size_t start = 0;
     while (start < text.size()) {
         std::size_t end = text.find('/', start);
@@ -188,7 +199,11 @@ PathBrowser::PathBrowser(Path request)
     : request_(std::move(request)),
       currentRelative_(current_.buildRelative(request_, "")),
       index_(0),
-      requestIsRoot_(request_.empty()) {}
+      requestIsRoot_(request_.empty()) {
+    // The walk goes down to the requested node and, when expanding, some levels below it.
+    current_.reserve(request_.size() + kExpansionRoom);
+    currentRelative_.reserve(request_.size() + kExpansionRoom);
+}
 
 void PathBrowser::push() {
     currentRelative_.pop_back();

@@ -218,6 +218,36 @@ TEST(ContextWalkTest, CurrentPathIsRefreshedByNextOnly) {
     EXPECT_EQ(static_cast<std::string>(ctx->currentPath()), "/a");
 }
 
+TEST(ContextWalkTest, CurrentPathFollowsASideStepAfterPrev) {
+    auto ctx = readContext("/a");
+    ctx->next(ConstHashString("a"));
+    ctx->next(ConstHashString("b"));
+    ctx->prev();
+    ctx->next(ConstHashString("x"));
+    EXPECT_EQ(static_cast<std::string>(ctx->currentPath()), "/a/x");
+    EXPECT_EQ(ctx->currentPath().hash(), Path("/a/x").hash());
+}
+
+TEST(ContextWalkTest, CurrentPathFollowsAStepFromHigherUp) {
+    auto ctx = readContext("/a");
+    ctx->next(ConstHashString("a"));
+    ctx->next(ConstHashString("b"));
+    ctx->next(ConstHashString("c"));
+    ctx->prev();
+    ctx->prev();
+    ctx->prev();
+    ctx->next(ConstHashString("y"));
+    EXPECT_EQ(static_cast<std::string>(ctx->currentPath()), "/y");
+    EXPECT_EQ(ctx->currentPath().hash(), Path("/y").hash());
+}
+
+TEST(ContextWalkTest, CurrentPathIsRelativeUntilTheFirstNext) {
+    auto ctx = readContext("/a");
+    EXPECT_FALSE(ctx->currentPath().isAbsolute());
+    ctx->next(ConstHashString("a"));
+    EXPECT_TRUE(ctx->currentPath().isAbsolute());
+}
+
 TEST(ContextWalkTest, RequestedSegmentIsEmptyBeyondTheRequest) {
     auto ctx = readContext("/a");
     ctx->next(ConstHashString("a"));

@@ -163,6 +163,12 @@ TEST(PathTest, StretchBeyondTheEndThrowsOutOfRange) {
     EXPECT_THROW(Path(std::string("ab"), 3, 1), std::out_of_range);
 }
 
+TEST(PathTest, DoubleSlashOutsideTheStretchIsNotLookedAt) {
+    const Path path("/a//b", 0, 2);
+    EXPECT_EQ(text(path), "/a");
+    EXPECT_THROW(Path("/a//b", 0, 4), std::invalid_argument);
+}
+
 TEST(PathTest, StringIsParsedUpToItsFirstNul) {
     const Path path(std::string("/a\0/b", 5));
     EXPECT_EQ(path.size(), 1u);
@@ -301,6 +307,31 @@ TEST(PathTest, ClearKeepsHashAndAbsoluteMark) {
     EXPECT_TRUE(path.empty());
     EXPECT_EQ(path.hash(), before);
     EXPECT_TRUE(path.isAbsolute());
+}
+
+TEST(PathTest, ReserveKeepsSegmentsHashAndAbsoluteMark) {
+    Path path("/a/b");
+    path.reserve(10);
+    EXPECT_EQ(text(path), "/a/b");
+    EXPECT_EQ(path.hash(), pathHash({"a", "b"}));
+    path.push_back("c");
+    EXPECT_EQ(text(path), "/a/b/c");
+    EXPECT_EQ(path.hash(), pathHash({"a", "b", "c"}));
+}
+
+TEST(PathTest, ReserveBelowTheSizeKeepsEverySegment) {
+    Path path("a/b/c");
+    path.reserve(1);
+    EXPECT_EQ(text(path), "a/b/c");
+    EXPECT_FALSE(path.isAbsolute());
+}
+
+TEST(PathTest, PushBackOfItsOwnSegmentsAppendsCopies) {
+    Path path("/a/bc");
+    for (int i = 0; i < 6; ++i) path.push_back(path.back());
+    path.push_back(path.front());
+    EXPECT_EQ(text(path), "/a/bc/bc/bc/bc/bc/bc/bc/a");
+    EXPECT_EQ(path.hash(), pathHash({"a", "bc", "bc", "bc", "bc", "bc", "bc", "bc", "a"}));
 }
 
 TEST(PathTest, UpdateHashAfterClearResetsHashToZero) {
