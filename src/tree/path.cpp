@@ -1,6 +1,7 @@
 #include "dme/path.h"
 
 #include <algorithm>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -17,6 +18,18 @@ const char kPopOnRoot[] = "Trying to remove segment on root path";
 // segment extends the hash without revisiting the others.
 std::size_t combine(std::size_t h, std::size_t segmentHash) {
     return h ^ (segmentHash + 0x9e3779b9 + (h << 6) + (h >> 2));
+}
+
+// Appends the non-empty stretches of `text[0, count)` between slashes to `segments`.
+void appendSegments(const char* text, std::size_t count, std::vector<ConstHashString>& segments) {
+    const char* const end = text + count;
+    segments.reserve(segments.size() + static_cast<std::size_t>(std::count(text, end, '/')) + 1);
+    const char* start = text;
+    while (start < end) {
+        const char* const slash = std::find(start, end, '/');
+        if (slash > start) segments.emplace_back(std::string(start, slash));
+        start = slash + 1;
+    }
 }
 
 }  // namespace
@@ -49,15 +62,18 @@ Path::Path(const std::string& uri, unsigned pos, unsigned len) : Path(uri.c_str(
 
 Path::Path(const char* uri, unsigned pos, unsigned len) : absolute_(false), hash_(0) {
     if (len == 0) return;
-    std::string text(uri);
-    // substr throws std::out_of_range for a `pos` beyond the end; a slice that covers the whole
-    // text needs no copy.
-    if (pos != 0 || len < text.size()) text = text.substr(pos, len);
-    if (text.find("//") != std::string::npos) {
-        throw std::invalid_argument("ERROR - Invalid empty segment ('//') in path: " + text);
+    const std::size_t size = std::strlen(uri);
+    // std::string's own check, so that the exception carries the standard message.
+    if (pos > size) std::string(uri, size).substr(pos);
+    const char* const text = uri + pos;
+    const std::size_t count = std::min<std::size_t>(len, size - pos);
+    if (count == 0) return;
+    if (std::search_n(text, text + count, 2, '/') != text + count) {
+        throw std::invalid_argument("ERROR - Invalid empty segment ('//') in path: " +
+                                    std::string(text, count));
     }
-    segments_ = split(std::move(text));
-    absolute_ = uri[pos] == '/';
+    appendSegments(text, count, segments_);
+    absolute_ = text[0] == '/';
     updateHash();
 }
 
@@ -163,17 +179,7 @@ std::ostream& operator<<(std::ostream& os, const Path& path) {
 
 std::vector<ConstHashString> split(std::string text) {
     std::vector<ConstHashString> segments;
-    segments.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '/')) + 1);
-    std::size_t start = 0;
-    while (start < text.size()) {
-        std::size_t end = text.find('/', start);
-        if (end == std::string::npos) end = text.size();
-        if (end > start) {
-            segments.emplace_back(text, static_cast<unsigned>(start),
-                                  static_cast<unsigned>(end - start));
-        }
-        start = end + 1;
-    }
+    appendSegments(text.data(), text.size(), segments);
     return segments;
 }
 
@@ -201,8 +207,9 @@ PathBrowser::PathBrowser(Path request)
       index_(0),
       requestIsRoot_(request_.empty()) {
     // The walk goes down to the requested node and, when expanding, some levels below it.
+    // currentRelative_ already has room for as many segments as the request has: the ".." it
+    // holds are popped on the way down before names below the request are pushed.
     current_.reserve(request_.size() + kExpansionRoom);
-    currentRelative_.reserve(request_.size() + kExpansionRoom);
 }
 
 void PathBrowser::push() {

@@ -169,6 +169,22 @@ TEST(PathTest, DoubleSlashOutsideTheStretchIsNotLookedAt) {
     EXPECT_THROW(Path("/a//b", 0, 4), std::invalid_argument);
 }
 
+TEST(PathTest, DoubleSlashMessageQuotesTheStretchOnly) {
+    try {
+        Path("x/a//b/y", 1, 5);
+        FAIL() << "no exception";
+    } catch (const std::invalid_argument& e) {
+        EXPECT_STREQ(e.what(), "ERROR - Invalid empty segment ('//') in path: /a//b");
+    }
+}
+
+TEST(PathTest, StretchPastTheEndStopsAtTheEnd) {
+    const Path path("/a/bc", 3, 100);
+    EXPECT_FALSE(path.isAbsolute());
+    EXPECT_EQ(text(path), "bc");
+    EXPECT_EQ(path.hash(), pathHash({"bc"}));
+}
+
 TEST(PathTest, StringIsParsedUpToItsFirstNul) {
     const Path path(std::string("/a\0/b", 5));
     EXPECT_EQ(path.size(), 1u);
