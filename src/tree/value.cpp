@@ -3,6 +3,7 @@
 #include <chrono>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace dme {
 namespace {
@@ -218,8 +219,14 @@ void Value::updatePath() {
         path_.clear();
         return;
     }
-    path_ = parent_->path();
-    path_.push_back(key);
+    // Built with room for exactly one more segment than the parent's path: every node keeps its
+    // path for life, so capacity left over by growth would be paid for by every node.
+    const Path& parentPath = parent_->path();
+    Path path;
+    path.reserve(parentPath.size() + 1);
+    path = parentPath;
+    path.push_back(key);
+    path_ = std::move(path);
 }
 
 }  // namespace dme
