@@ -45,7 +45,7 @@ int JsonDataModelEngine::execute(Method method, const std::string& uri, const Ar
 
 int JsonDataModelEngine::execute(Method method, const std::string& uri, const Arguments& arguments,
                                  const std::string& inBody, std::string& outBody, bool beautify) {
-    const RequestInfo anonymous;
+    static const RequestInfo anonymous;
     return execute(method, uri, arguments, anonymous, inBody, outBody, beautify);
 }
 
