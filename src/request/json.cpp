@@ -319,9 +319,12 @@ std::string formatJson(const SerializationInfo& document, bool beautify) {
     std::ostringstream text;
     cxxtools::JsonFormatter formatter(text);
     formatter.beautify(beautify);
-    cxxtools::Decomposer<SerializationInfo> decomposer;
-    decomposer.begin(document);
-    decomposer.format(formatter);
+    // The formatter writes a named top-level value as a member ("name":value), which is not
+    // JSON; a document's own name is no part of its text, so a named document is written from an
+    // unnamed copy. Any other document is written as it stands, without copying it.
+    SerializationInfo unnamed;
+    if (!document.name().empty()) unnamed <<= document;
+    cxxtools::IDecomposer::formatEach(document.name().empty() ? document : unnamed, formatter);
     formatter.finish();
     return text.str();
 }

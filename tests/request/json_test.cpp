@@ -146,6 +146,21 @@ TEST(FormatJson, WritesAnEmptyDocumentAsNull) {
     EXPECT_EQ(formatJson(SerializationInfo()), "null");
 }
 
+TEST(FormatJson, LeavesTheNameOfANamedObjectDocumentOut) {
+    SerializationInfo document;
+    document.setName("top");
+    document.addMember("m").setValue(1);
+    EXPECT_EQ(formatJson(document), R"({"m":1})");
+    EXPECT_EQ(document.name(), "top");
+}
+
+TEST(FormatJson, LeavesTheNameOfANamedScalarDocumentOut) {
+    SerializationInfo document;
+    document.setName("x");
+    document.setValue(5);
+    EXPECT_EQ(formatJson(document), "5");
+}
+
 TEST(FormatJson, BeautifiedTextDiffersOnlyInWhiteSpace) {
     const SerializationInfo document = parseJson("{\"a\":[1,2],\"b\":{\"c\":\"d e\"}}");
     std::string beautified = formatJson(document, true);
