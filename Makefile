@@ -61,21 +61,33 @@ ARMHF_TARGET_PACKAGES := libcxxtools10 libcxxtools-dev libssl3 libgtest-dev libg
 ARMHF_HOST_ONLY_TESTS := install-and-consume|dme-cli-exits-[12]-.*|example-doc-shows-real-outputs|\
     guide-sample-.*
 
-.PHONY: armhf-deps armhf-build check-armhf
+# `make check-armhf-core`: the same cross build, but only the library and the unit tests of the
+# request processing and resource tree subsystems (tests/request, tests/tree), as CI runs it.
+ARMHF_CORE_SUBSYSTEMS := request tree
+
+.PHONY: armhf-deps armhf-configure armhf-build check-armhf check-armhf-core
 
 armhf-deps:
 	@./scripts/install-deps.sh $(ARMHF_HOST_PACKAGES)
 	@./scripts/fetch-armhf-packages.sh $(ARMHF_ROOT) $(ARMHF_TARGET_PACKAGES)
 
-armhf-build: armhf-deps
+armhf-configure: armhf-deps
 	cmake -S . -B $(ARMHF_BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
 	    -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/armhf-toolchain.cmake \
 	    -DDME_ARMHF_ROOT=$(abspath $(ARMHF_ROOT))/root -DDME_BUILD_HTTP=OFF -DDME_BUILD_BENCH=OFF
+
+armhf-build: armhf-configure
 	cmake --build $(ARMHF_BUILD_DIR) -j $(JOBS)
 
 check-armhf: armhf-build
 	cd $(ARMHF_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) \
 	    -E '^($(subst $() ,,$(ARMHF_HOST_ONLY_TESTS)))$$'
+
+check-armhf-core: armhf-configure
+	cmake --build $(ARMHF_BUILD_DIR) -j $(JOBS) \
+	    --target $(foreach subsystem,$(ARMHF_CORE_SUBSYSTEMS),dme-$(subsystem)-tests)
+	cd $(ARMHF_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) \
+	    -L '^($(subst $() ,|,$(ARMHF_CORE_SUBSYSTEMS)))$$'
 
 # Reliability runs, each in its own build directory (see docs/reliability.md). Every report of a
 # sanitizer or of memcheck fails the run.
