@@ -120,15 +120,18 @@ Value* Entry::findValue(const ConstHashString& name) const {
 int Entry::process(Context& ctx, const SerializationInfo& in, SerializationInfo& out,
                    const ConstHashString& name) {
     if (!name.empty() && !(name == name_)) return result::NOT_FOUND;
-    internal::ContextStep step(ctx, name_);
     if (isListing(ctx, name)) return processListed(ctx, in, out);
+    internal::ContextStep step(ctx, name_);
     return value_->process(ctx, in, out);
 }
 
 // The child answers into a document of its own, which joins `out` only when it is worth showing.
+// The selection is asked before the walk enters the member, which it does not depend on: a
+// member left out costs no step of the walk.
 int Entry::processListed(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
     internal::SelectionStep selection(ctx.select(), name_);
     if (!selection.selected()) return result::DONE;
+    internal::ContextStep step(ctx, name_);
     SerializationInfo member;
     int rc;
     try {
