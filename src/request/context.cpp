@@ -2,13 +2,11 @@
 
 #include <stdexcept>
 
+#include "../tree/walk_room.h"
 #include "dme/exception.h"
 
 namespace dme {
 namespace {
-
-// Levels below the requested node that a walk is given room for up front.
-const unsigned int kExpansionRoom = 4;
 
 const RequestInfo& emptyRequestInfo() {
     static const RequestInfo empty;
@@ -30,10 +28,9 @@ Context::Context(const Lexicon& lexicon, Method method, const std::string& uri, 
     if ((static_cast<std::uint32_t>(method) & METHOD_MASK) == 0) {
         throw std::invalid_argument("Invalid method");
     }
-    // Room for the walk down to the requested node and some levels of expansion below it.
-    const unsigned int depth = pathBrowser_.request().size() + kExpansionRoom;
-    currentPath_.reserve(depth);
-    expandLevels_.reserve(depth + 1);
+    const unsigned int room = internal::walkRoom(pathBrowser_.request().size());
+    currentPath_.reserve(room);
+    expandLevels_.reserve(room + 1);
     setExpandLevel(extractExpandLevel());
 }
 

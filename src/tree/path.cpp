@@ -5,12 +5,12 @@
 #include <stdexcept>
 #include <utility>
 
+#include "walk_room.h"
+
 namespace dme {
 namespace {
 
 const unsigned kWholeText = static_cast<unsigned>(std::string::npos);
-// Levels below the requested node that a walk is given room for up front.
-const unsigned kExpansionRoom = 4;
 const char kAboveRoot[] = "trying to move above root path";
 const char kPopOnRoot[] = "Trying to remove segment on root path";
 
@@ -206,10 +206,9 @@ PathBrowser::PathBrowser(Path request)
       currentRelative_(current_.buildRelative(request_, "")),
       index_(0),
       requestIsRoot_(request_.empty()) {
-    // The walk goes down to the requested node and, when expanding, some levels below it.
     // currentRelative_ already has room for as many segments as the request has: the ".." it
     // holds are popped on the way down before names below the request are pushed.
-    current_.reserve(request_.size() + kExpansionRoom);
+    current_.reserve(internal::walkRoom(request_.size()));
 }
 
 void PathBrowser::push() {
