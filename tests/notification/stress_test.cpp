@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <map>
 #include <mutex>
@@ -16,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "application.h"
 #include "dme/atomic_value.h"
 #include "dme/container.h"
 #include "dme/engine.h"
@@ -27,8 +27,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Long enough for any loaded machine; only a broken notification path waits this long.
-constexpr std::chrono::seconds kPatience{20};
 // Subscribe, update and unsubscribe rounds per request thread.
 constexpr int kRounds = 300;
 // Every this many rounds a request thread waits for the first notification that it asked for.
@@ -38,50 +36,6 @@ constexpr int kLeastChanges = 500;
 constexpr int kRequestThreads = 2;
 // The uris that the request threads subscribe to in turn; every leaf is covered.
 const std::vector<std::string> kChurnUris{"/group", "/group/a", "/group/b", "/solo", "/shared"};
-
-// Records the notifications that it receives, on the notifier thread. Thread-safe.
-class RecordingObserver : public IDataModelObserver {
-  public:
-    struct Notification {
-        std::string uri;
-        std::vector<Arguments::Pair> arguments;
-    };
-
-    void notify(const std::string& uri, const Arguments& arguments) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        notifications_.push_back({uri, arguments.pairs()});
-        arrived_.notify_all();
-    }
-
-    // Waits, at most kPatience, until a notification about `uri` with `arguments` has arrived;
-    // true when one has.
-    bool waitFor(const std::string& uri, const std::vector<Arguments::Pair>& arguments = {}) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return arrived_.wait_for(lock, kPatience, [&] { return hasLocked(uri, arguments); });
-    }
-
-    std::vector<Notification> notifications() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return notifications_;
-    }
-
-    std::size_t count() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return notifications_.size();
-    }
-
-  private:
-    bool hasLocked(const std::string& uri, const std::vector<Arguments::Pair>& arguments) const {
-        for (const Notification& notification : notifications_) {
-            if (notification.uri == uri && notification.arguments == arguments) return true;
-        }
-        return false;
-    }
-
-    mutable std::mutex mutex_;
-    std::condition_variable arrived_;
-    std::vector<Notification> notifications_;
-};
 
 // What one request thread saw: the results of its requests other than 0, each with its request.
 using Failures = std::vector<std::string>;
@@ -144,8 +98,8 @@ class NotificationStressTest : public ::testing::Test {
     }
 
     // Observers first: they must outlive the engine, whose thread calls them.
-    RecordingObserver witness;
-    RecordingObserver churn[kRequestThreads][2];
+    test::WaitingObserver witness;
+    test::WaitingObserver churn[kRequestThreads][2];
     StaticAtomicValue<int> a{0, READ + UPDATE};
     StaticAtomicValue<int> b{0, READ + UPDATE};
     StaticAtomicValue<int> solo{0, READ + UPDATE};
@@ -194,7 +148,7 @@ class NotificationStressTest : public ::testing::Test {
                 failures[r].push_back("no first notification in round " + std::to_string(round));
             }
             updateShared(r, round);
-            for (RecordingObserver& observer : churn[r]) {
+            for (test::WaitingObserver& observer : churn[r]) {
                 std::lock_guard<std::mutex> lock(requestLock);
                 engine.unsubscribe(observer);
             }
@@ -269,11 +223,11 @@ TEST_F(NotificationStressTest, UnsubscribedObserversHearNothingOnceTheStormIsOve
     runStorm();
     std::vector<std::size_t> heard;
     for (const auto& observers : churn) {
-        for (const RecordingObserver& observer : observers) heard.push_back(observer.count());
+        for (const test::WaitingObserver& observer : observers) heard.push_back(observer.count());
     }
     // A later subscription whose notification is due after any churn subscription's would be:
     // once it is delivered, a churn subscription left behind would have been delivered too.
-    RecordingObserver latecomer;
+    test::WaitingObserver latecomer;
     for (const char* uri : {"/group", "/solo", "/shared"}) {
         ASSERT_EQ(engine.subscribe(latecomer, uri, Arguments(), milliseconds(5),
                                    ObserverOption::CHANGES_ONLY),
@@ -284,7 +238,8 @@ TEST_F(NotificationStressTest, UnsubscribedObserversHearNothingOnceTheStormIsOve
     for (const char* uri : {"/group", "/solo", "/shared"}) EXPECT_TRUE(latecomer.waitFor(uri));
     std::vector<std::size_t> heardAfter;
     for (const auto& observers : churn) {
-        for (const RecordingObserver& observer : observers) heardAfter.push_back(observer.count());
+        for (const test::WaitingObserver& observer : observers)
+            heardAfter.push_back(observer.count());
     }
     EXPECT_EQ(heardAfter, heard);
     engine.unsubscribe(latecomer);

@@ -47,6 +47,13 @@ class WaitingObserver : public IDataModelObserver {
                                  [this, count] { return notifications_.size() >= count; });
     }
 
+    // Waits, at most PATIENCE, until a notification about `uri` with `arguments` has arrived;
+    // true when one has.
+    bool waitFor(const std::string& uri, const std::vector<Arguments::Pair>& arguments = {}) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return arrived_.wait_for(lock, PATIENCE, [&] { return hasLocked(uri, arguments); });
+    }
+
     std::vector<Notification> notifications() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return notifications_;
@@ -58,6 +65,13 @@ class WaitingObserver : public IDataModelObserver {
     }
 
   private:
+    bool hasLocked(const std::string& uri, const std::vector<Arguments::Pair>& arguments) const {
+        for (const Notification& notification : notifications_) {
+            if (notification.uri == uri && notification.arguments == arguments) return true;
+        }
+        return false;
+    }
+
     mutable std::mutex mutex_;
     std::condition_variable arrived_;
     std::vector<Notification> notifications_;
