@@ -13,8 +13,10 @@
 namespace dme {
 
 // A structure whose content is extended by a JSON file: the members declared in code behave as
-// in any structure, and the members of the document stored in the file (expected to be an
-// object) are shown beside them, read-only. The file is loaded once, on first use by a read or
+// in any structure, and the members of the document stored in the file are shown beside them,
+// read-only. Any JSON value is a successful load; only an object has members to show, so a file
+// that holds an array or a scalar shows nothing beside the declared members, and a path into it
+// finds nothing (3). The file is loaded once, on first use by a read or
 // a browse; a failed load gives 1 and is retried by the next request. An empty file is a
 // successful load of nothing. The file's text must be exactly one JSON value.
 //
@@ -38,16 +40,17 @@ class FileStructure : public Structure {
     // file if needed (1 when that fails) and returns internalBrowse over its content.
     int browse(Context& ctx, const SerializationInfo& in, SerializationInfo& out) override;
     // Loads the file if needed (1 and nothing written when that fails), appends the file's
-    // members to `out`, then the declared members as Structure::read does; returns 0.
+    // members to `out` when its document is an object, then the declared members as
+    // Structure::read does; returns 0.
     int read(Context& ctx, const SerializationInfo& in, SerializationInfo& out) override;
     // As Structure::update: declared members are updated; keys of the file are skipped as
     // unknown members. Returns 0.
     int update(Context& ctx, const SerializationInfo& in, SerializationInfo& out) override;
 
-    // Reads and parses the file. Returns 0 when the file was parsed (the content is replaced)
-    // or is empty (the content is kept); 1 when the file cannot be read or its text is not
-    // exactly one JSON value (the content is kept, nothing is reported). Exceptions other than
-    // std::runtime_error pass.
+    // Reads and parses the file. Returns 0 when the file holds one JSON value of any kind (the
+    // content is replaced) or is empty (the content is kept); 1 when the file cannot be read or its
+    // text is not exactly one JSON value (the content is kept, nothing is reported). Exceptions
+    // other than std::runtime_error pass.
     int loadContent();
     // 0 when a load has succeeded before; otherwise loads, remembers a success and returns
     // loadContent's result.

@@ -28,11 +28,14 @@ int FileStructure::browse(Context& ctx, const SerializationInfo& in, Serializati
 }
 
 // `out` may already hold the resource path, so the file's members are added to it rather than
-// replacing it.
+// replacing it. Only an object has named members to show beside the declared ones: a file that
+// holds an array or a scalar adds nothing to the structure's read.
 int FileStructure::read(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
     const int rc = ensureContentLoaded();
     if (rc != result::DONE) return rc;
-    for (const SerializationInfo& member : content_) out.addMember(member.name()) <<= member;
+    if (content_.category() == SerializationInfo::Object) {
+        for (const SerializationInfo& member : content_) out.addMember(member.name()) <<= member;
+    }
     return Structure::read(ctx, in, out);
 }
 
@@ -47,8 +50,6 @@ int FileStructure::loadContent() {
         const std::string text = utils::Helper::getFileContent(filePath_);
         if (text.empty()) return result::DONE;
         SerializationInfo document = parseJson(text);
-        // Only an object has named members to show beside the declared ones.
-        if (document.category() != SerializationInfo::Object) return result::FAILED;
         content_.swap(document);
         return result::DONE;
     } catch (const std::runtime_error&) {

@@ -136,13 +136,64 @@ TEST_F(FileTest, LoadContentOfTextThatIsNotJsonFails) {
     EXPECT_EQ(node.content().category(), SerializationInfo::Void);
 }
 
-TEST_F(FileTest, LoadContentOfADocumentThatIsNotAnObjectFails) {
-    for (const char* text : {"[1,2]", "5", "\"x\"", "null"}) {
+TEST_F(FileTest, LoadContentOfADocumentThatIsNotAnObjectSucceeds) {
+    for (const char* text : {"[1,2]", "5", "\"x\"", "true"}) {
         write("device.json", text);
         FileStructure node(path("device.json"), {}, ALL_METHODS, true);
-        EXPECT_EQ(node.loadContent(), result::FAILED) << text;
-        EXPECT_EQ(node.content().category(), SerializationInfo::Void) << text;
+        EXPECT_EQ(node.loadContent(), result::DONE) << text;
+        EXPECT_EQ(formatJson(node.content()), text) << text;
     }
+}
+
+TEST_F(FileTest, LoadContentOfNullSucceeds) {
+    write("device.json", "null");
+    FileStructure node(path("device.json"), {}, ALL_METHODS, true);
+    EXPECT_EQ(node.loadContent(), result::DONE);
+}
+
+TEST_F(FileTest, ReadOfAFileHoldingAnArrayShowsTheDeclaredMembersOnly) {
+    write("device.json", "[1,2,3]");
+    FileStructure node(path("device.json"), {new Entry("serial", new test::StringLeaf("S1"))},
+                       ALL_METHODS, true);
+    attachRoot(node);
+    Request request(READ, "/");
+    EXPECT_EQ(request.run(node), result::DONE);
+    EXPECT_EQ(formatJson(request.out()), R"({"serial":"S1"})");
+    EXPECT_TRUE(node.contentLoaded());
+}
+
+TEST_F(FileTest, ReadOfAFileHoldingAScalarShowsTheDeclaredMembersOnly) {
+    write("device.json", "42");
+    FileStructure node(path("device.json"), {new Entry("serial", new test::StringLeaf("S1"))},
+                       ALL_METHODS, true);
+    attachRoot(node);
+    Request request(READ, "/");
+    EXPECT_EQ(request.run(node), result::DONE);
+    EXPECT_EQ(formatJson(request.out()), R"({"serial":"S1"})");
+}
+
+TEST_F(FileTest, BrowseIntoAFileHoldingAnArrayFindsNothing) {
+    write("device.json", "[1,2,3]");
+    FileStructure node(path("device.json"), {new Entry("serial", new test::StringLeaf("S1"))},
+                       ALL_METHODS, true);
+    attachRoot(node);
+    for (const char* uri : {"/model", "/0", "/1"}) {
+        Request request(READ, uri);
+        EXPECT_EQ(request.run(node), result::NOT_FOUND) << uri;
+    }
+    EXPECT_TRUE(node.contentLoaded());
+}
+
+TEST_F(FileTest, BrowseIntoAFileHoldingAScalarFindsNothingButDeclaredMembersRead) {
+    write("device.json", "42");
+    FileStructure node(path("device.json"), {new Entry("serial", new test::StringLeaf("S1"))},
+                       ALL_METHODS, true);
+    attachRoot(node);
+    Request missing(READ, "/model");
+    EXPECT_EQ(missing.run(node), result::NOT_FOUND);
+    Request declared(READ, "/serial");
+    EXPECT_EQ(declared.run(node), result::DONE);
+    EXPECT_EQ(formatJson(declared.out()), R"("S1")");
 }
 
 TEST_F(FileTest, LoadContentOfTruncatedJsonFails) {
