@@ -26,8 +26,11 @@ build: configure
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
+# `make install PREFIX=/opt/dme` chooses the prefix (default: CMake's, /usr/local); DESTDIR
+# stages the install under another root, as a package build does.
+PREFIX ?=
 install: build
-	cmake --install $(BUILD_DIR)
+	DESTDIR=$(DESTDIR) cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))
 
 # `make demo`: the example gateway served over HTTP in the foreground (PORT=NNNN to move it).
 PORT ?= 8080
