@@ -414,6 +414,27 @@ TEST_F(FileStructureEngineTest, ReadOfAMemberNeitherDeclaredNorInTheFileIsNotFou
     EXPECT_EQ(execute(READ, "/fs/nothing"), result::NOT_FOUND);
 }
 
+TEST_F(FileStructureEngineTest, AFileHoldingAnArrayLoadsAndItsMembersAreNotFound) {
+    write("fs.json", "[1,2,3]");
+    EXPECT_EQ(execute(READ, "/fs/model"), result::NOT_FOUND);
+    EXPECT_EQ(read("/fs"), R"({"serial":"S1"})");
+    EXPECT_EQ(read("/fs/serial"), R"("S1")");
+}
+
+TEST_F(FileStructureEngineTest, AFileHoldingANumberLoadsAndItsMembersAreNotFound) {
+    write("fs.json", "42");
+    EXPECT_EQ(execute(READ, "/fs/model"), result::NOT_FOUND);
+    EXPECT_EQ(read("/fs"), R"({"serial":"S1"})");
+}
+
+TEST_F(FileStructureEngineTest, AnUpdatedFileStructureShowsAFileThatTurnsIntoAnArray) {
+    write("live.json", DEVICE);
+    EXPECT_EQ(read("/live/model"), R"("X")");
+    write("live.json", "[1,2]");
+    EXPECT_EQ(execute(READ, "/live/model"), result::NOT_FOUND);
+    EXPECT_EQ(read("/live"), R"({"serial":"L1"})");
+}
+
 TEST_F(FileStructureEngineTest, ReadOfADeclaredMember) {
     write("fs.json", DEVICE);
     EXPECT_EQ(read("/fs/serial"), R"("S1")");
