@@ -1,7 +1,8 @@
 #include "dme/policy.h"
 
-#include <iostream>
+#include <sstream>
 
+#include "dme/diagnostics.h"
 #include "dme/path.h"
 
 namespace dme {
@@ -131,7 +132,9 @@ void PermissionPolicyHolder::configurePermissionPolicy(PathBrowser& browser,
     std::vector<PermissionPolicyHolder*> holders;
     findPermissionPolicyHolders(segment, holders);
     if (holders.empty()) {
-        std::cerr << '"' << segment << "\" Not found (" << browser.request() << ")\n";
+        std::ostringstream report;
+        report << '"' << segment << "\" Not found (" << browser.request() << ")\n";
+        diagnose(report.str());
         return;
     }
     for (PermissionPolicyHolder* holder : holders) {

@@ -1,11 +1,12 @@
 #include <cxxabi.h>
 
 #include <cstdlib>
-#include <iostream>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <typeinfo>
 
+#include "dme/diagnostics.h"
 #include "dme/engine.h"
 #include "dme/policy.h"
 
@@ -99,10 +100,12 @@ std::string demangledName(const std::type_info& type) {
 }
 
 void reportUnclaimed(const std::exception& e, const Context& ctx) {
-    std::cerr << "ERROR - Uncatched exception \"" << demangledName(typeid(e))
-              << "\" in DME while processing request: " << ctx.method() << " \""
-              << ctx.requestedUri() << "\" (in:\"" << ctx.currentPath() << "\")" << std::endl;
-    std::cerr << "Exception text: " << e.what() << "\n";
+    std::ostringstream report;
+    report << "ERROR - Uncatched exception \"" << demangledName(typeid(e))
+           << "\" in DME while processing request: " << ctx.method() << " \"" << ctx.requestedUri()
+           << "\" (in:\"" << ctx.currentPath() << "\")\n"
+           << "Exception text: " << e.what() << "\n";
+    diagnose(report.str());
 }
 
 }  // namespace

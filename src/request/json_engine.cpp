@@ -1,5 +1,6 @@
-#include <iostream>
+#include <string>
 
+#include "dme/diagnostics.h"
 #include "dme/engine.h"
 #include "dme/json.h"
 
@@ -21,7 +22,7 @@ int JsonDataModelEngine::extractJsonFromBody(cxxtools::SerializationInfo& inSi,
         inSi = parseJson(body);
         return result::DONE;
     } catch (const std::exception& e) {
-        std::cerr << "In JDM while deserializing inSi:\n" << e.what() << "\n";
+        diagnose(std::string("In JDM while deserializing inSi:\n") + e.what() + "\n");
         return result::INVALID_ARGUMENT;
     }
 }
@@ -38,7 +39,7 @@ int JsonDataModelEngine::execute(Method method, const std::string& uri, const Ar
     try {
         outBody = formatJson(outSi, beautify);
     } catch (const std::exception& e) {
-        std::cerr << "In JDM while serializing outSi:\n" << e.what() << "\n";
+        diagnose(std::string("In JDM while serializing outSi:\n") + e.what() + "\n");
     }
     return status;
 }

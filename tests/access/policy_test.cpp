@@ -11,6 +11,7 @@
 #include "dme/arguments.h"
 #include "dme/context.h"
 #include "dme/path.h"
+#include "recorded_diagnostics.h"
 #include "request.h"
 
 namespace dme {
@@ -650,6 +651,14 @@ TEST_F(ConfigureTest, UnknownSegmentIsReportedOnStandardError) {
     ::testing::internal::CaptureStderr();
     configure("/nosuch", byCopy);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "\"nosuch\" Not found (/nosuch)\n");
+}
+
+TEST_F(ConfigureTest, UnknownSegmentIsReportedToTheInstalledDiagnosticHandler) {
+    dme::test::RecordedDiagnostics recorded;
+    ::testing::internal::CaptureStderr();
+    configure("/nosuch", byCopy);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(recorded.reports, std::vector<std::string>{"\"nosuch\" Not found (/nosuch)\n"});
 }
 
 TEST_F(ConfigureTest, UnknownSegmentChangesNothing) {

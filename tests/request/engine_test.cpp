@@ -18,6 +18,7 @@
 #include "dme/json.h"
 #include "dme/policy.h"
 #include "leaf_nodes.h"
+#include "recorded_diagnostics.h"
 #include "request.h"
 #include "test_nodes.h"
 
@@ -585,6 +586,20 @@ TEST_F(EngineTest, AnUnclaimedStandardExceptionGives12AndATwoLineReport) {
               "ERROR - Uncatched exception \"std::runtime_error\" in DME while processing "
               "request: READ \"/a/boom\" (in:\"/a/boom\")\n"
               "Exception text: boom\n");
+}
+
+TEST_F(EngineTest, TheUnclaimedExceptionReportGoesToTheInstalledDiagnosticHandler) {
+    DataModel model(root, lexicon(), ALL_METHODS);
+    DataModelEngine engine(model, "unclaimed");
+    dme::test::RecordedDiagnostics recorded;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(execute(engine, dme::READ, "/a/boom"), 12);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(recorded.reports,
+              std::vector<std::string>{
+                  "ERROR - Uncatched exception \"std::runtime_error\" in DME while processing "
+                  "request: READ \"/a/boom\" (in:\"/a/boom\")\n"
+                  "Exception text: boom\n"});
 }
 
 TEST_F(EngineTest, TheReportNamesTheDynamicTypeOfTheException) {

@@ -14,6 +14,7 @@
 #include "dme/policy.h"
 #include "dme/structure.h"
 #include "leaf_nodes.h"
+#include "recorded_diagnostics.h"
 #include "test_nodes.h"
 
 namespace {
@@ -139,6 +140,15 @@ TEST_F(JsonEngineTest, ATruncatedBodyGives10AndADiagnosticAndIsNotExecuted) {
     EXPECT_EQ(status, 10);
     EXPECT_EQ(outBody, "null");
     EXPECT_EQ(probeCalls, 0);
+}
+
+TEST_F(JsonEngineTest, TheDeserializingReportGoesToTheInstalledDiagnosticHandler) {
+    dme::test::RecordedDiagnostics recorded;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(execute(dme::UPDATE, "/probe", "{"), 10);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    ASSERT_EQ(recorded.reports.size(), 1u);
+    EXPECT_EQ(recorded.reports[0].rfind("In JDM while deserializing inSi:\n", 0), 0u);
 }
 
 TEST_F(JsonEngineTest, TextThatIsNotJsonGives10AndChangesNothing) {
