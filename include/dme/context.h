@@ -120,4 +120,46 @@ class Context {
     Customs customs_;
 };
 
+// Scope guards for the walk, used by every node that steps the context itself (structures,
+// arrays, collections, actions, and an application's own container nodes): each undoes its step
+// when it goes out of scope, also when an exception passes, so that the context is left as it
+// was found. They live on the stack of the node that steps; not copyable.
+
+// Enters a child of the walk for the lifetime of the object: by default a member or an array
+// element (Context::next); with ITEM a collection item, recording its id (Context::nextWithId).
+// Leaves it again with Context::prev.
+class WalkStep {
+  public:
+    enum Kind { MEMBER, ITEM };
+
+    WalkStep(Context& ctx, const ConstHashString& name, Kind kind = MEMBER) : ctx_(ctx) {
+        if (kind == ITEM) {
+            ctx_.nextWithId(name);
+        } else {
+            ctx_.next(name);
+        }
+    }
+    ~WalkStep() { ctx_.prev(); }
+    WalkStep(const WalkStep&) = delete;
+    WalkStep& operator=(const WalkStep&) = delete;
+
+  private:
+    Context& ctx_;
+};
+
+// Runs the request under another method and force-expand flag for the lifetime of the object
+// (Context::pushParameters); the context's own are restored on leaving (popParameters).
+class ParametersScope {
+  public:
+    ParametersScope(Context& ctx, Method method, bool forceExpand) : ctx_(ctx) {
+        ctx_.pushParameters(method, forceExpand);
+    }
+    ~ParametersScope() { ctx_.popParameters(); }
+    ParametersScope(const ParametersScope&) = delete;
+    ParametersScope& operator=(const ParametersScope&) = delete;
+
+  private:
+    Context& ctx_;
+};
+
 }  // namespace dme

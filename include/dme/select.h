@@ -106,4 +106,22 @@ class Select {
     std::vector<const Properties*> stack_;
 };
 
+// Pushes `name` on the selection for the lifetime of the object (Select::push) and tells
+// whether the selection takes it; popped again on leaving (Select::pop), also when an exception
+// passes. Lives on the stack of the node that lists its members; not copyable.
+class SelectionStep {
+  public:
+    SelectionStep(Select& select, const ConstHashString& name)
+        : select_(select), selected_(select.push(name)) {}
+    ~SelectionStep() { select_.pop(); }
+    SelectionStep(const SelectionStep&) = delete;
+    SelectionStep& operator=(const SelectionStep&) = delete;
+
+    bool selected() const { return selected_; }
+
+  private:
+    Select& select_;
+    bool selected_;
+};
+
 }  // namespace dme

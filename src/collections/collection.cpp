@@ -3,40 +3,12 @@
 #include <utility>
 
 #include "../tree/document.h"
-#include "../tree/walk_step.h"
 #include "dme/result.h"
 
 namespace dme {
 namespace {
 
 using SerializationInfo = cxxtools::SerializationInfo;
-
-// Enters a collection item for the lifetime of the object, so that the context is stepped back
-// also when an exception passes.
-class ItemStep {
-  public:
-    ItemStep(Context& ctx, const ConstHashString& id) : ctx_(ctx) { ctx_.nextWithId(id); }
-    ~ItemStep() { ctx_.prev(); }
-    ItemStep(const ItemStep&) = delete;
-    ItemStep& operator=(const ItemStep&) = delete;
-
-  private:
-    Context& ctx_;
-};
-
-// Runs a sub-operation with another method and force-expand flag, restored on leaving.
-class ParametersStep {
-  public:
-    ParametersStep(Context& ctx, Method method, bool forceExpand) : ctx_(ctx) {
-        ctx_.pushParameters(method, forceExpand);
-    }
-    ~ParametersStep() { ctx_.popParameters(); }
-    ParametersStep(const ParametersStep&) = delete;
-    ParametersStep& operator=(const ParametersStep&) = delete;
-
-  private:
-    Context& ctx_;
-};
 
 // The list of items in a bulk update's body: the items-key member, or the body itself.
 const SerializationInfo* findItemList(const Context& ctx, const SerializationInfo& in) {
@@ -155,7 +127,7 @@ int Collection::destroyItem(Context&, unsigned int) {
 int Collection::processItem(Context& ctx, const SerializationInfo& in, SerializationInfo& out,
                             CollectionItem* item) {
     if (item == nullptr) return result::NOT_FOUND;
-    ItemStep step(ctx, item->id());
+    WalkStep step(ctx, item->id(), WalkStep::ITEM);
     return item->process(ctx, in, out);
 }
 
@@ -185,11 +157,11 @@ int Collection::populateNewItem(Context& ctx, const SerializationInfo& in, Seria
                                 unsigned int index, bool skipRead) {
     CollectionItem* item = at(ctx, index);
     {
-        ParametersStep update(ctx, UPDATE, false);
+        ParametersScope update(ctx, UPDATE, false);
         const int rc = processItem(ctx, in, out, item);
         if (rc != result::DONE || skipRead) return rc;
     }
-    ParametersStep read(ctx, READ, true);
+    ParametersScope read(ctx, READ, true);
     return processItem(ctx, in, out, item);
 }
 
@@ -227,7 +199,7 @@ const ConstHashString& CollectionItem::getOwnKey() {
 int CollectionItem::read(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
     const std::string& idKey = ctx.lexicon().idKey;
     if (!idKey.empty()) {
-        internal::SelectionStep selection(ctx.select(), ConstHashString(idKey));
+        SelectionStep selection(ctx.select(), ConstHashString(idKey));
         if (selection.selected()) out.addMember(idKey).setValue(ctx.currentUri().back().str());
     }
     return Structure::read(ctx, in, out);

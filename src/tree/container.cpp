@@ -6,7 +6,6 @@
 #include "dme/path.h"
 #include "dme/result.h"
 #include "document.h"
-#include "walk_step.h"
 
 namespace dme {
 namespace {
@@ -121,7 +120,7 @@ int Entry::process(Context& ctx, const SerializationInfo& in, SerializationInfo&
                    const ConstHashString& name) {
     if (!name.empty() && !(name == name_)) return result::NOT_FOUND;
     if (isListing(ctx, name)) return processListed(ctx, in, out);
-    internal::ContextStep step(ctx, name_);
+    WalkStep step(ctx, name_);
     return value_->process(ctx, in, out);
 }
 
@@ -129,9 +128,9 @@ int Entry::process(Context& ctx, const SerializationInfo& in, SerializationInfo&
 // The selection is asked before the walk enters the member, which it does not depend on: a
 // member left out costs no step of the walk.
 int Entry::processListed(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
-    internal::SelectionStep selection(ctx.select(), name_);
+    SelectionStep selection(ctx.select(), name_);
     if (!selection.selected()) return result::DONE;
-    internal::ContextStep step(ctx, name_);
+    WalkStep step(ctx, name_);
     SerializationInfo member;
     int rc;
     try {

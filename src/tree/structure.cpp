@@ -4,7 +4,6 @@
 
 #include "dme/path.h"
 #include "dme/result.h"
-#include "walk_step.h"
 
 namespace dme {
 
@@ -115,7 +114,7 @@ int CompositeValue::internalBrowse(Context& ctx, SerializationInfo& value,
     if (segment.empty()) return serveReached(ctx, value, out);
     SerializationInfo* member = value.findMember(segment.str());
     if (member == nullptr) return result::NOT_FOUND;
-    internal::ContextStep step(ctx, segment);
+    WalkStep step(ctx, segment);
     return internalBrowse(ctx, *member, in, out);
 }
 

@@ -7,24 +7,6 @@
 #include "dme/result.h"
 
 namespace dme {
-namespace {
-
-// Runs the request under another method and force-expand flag for the lifetime of the object;
-// the context's own are restored also when an exception passes.
-class ParametersScope {
-  public:
-    ParametersScope(Context& ctx, Method method, bool forceExpand) : ctx_(ctx) {
-        ctx_.pushParameters(method, forceExpand);
-    }
-    ~ParametersScope() { ctx_.popParameters(); }
-    ParametersScope(const ParametersScope&) = delete;
-    ParametersScope& operator=(const ParametersScope&) = delete;
-
-  private:
-    Context& ctx_;
-};
-
-}  // namespace
 
 // ---- Action ----
 

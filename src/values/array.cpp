@@ -7,7 +7,6 @@
 #include <string>
 #include <type_traits>
 
-#include "../tree/walk_step.h"
 #include "dme/exception.h"
 #include "dme/path.h"
 #include "dme/result.h"
@@ -89,7 +88,7 @@ int Array::browse(Context& ctx, const SerializationInfo& in, SerializationInfo& 
                           ? at(static_cast<unsigned int>(index))
                           : nullptr;
         if (item == nullptr) Exception::throwIndexOutOfBounds(segment.str());
-        internal::ContextStep step(ctx, segment);
+        WalkStep step(ctx, segment);
         return item->process(ctx, in, out);
     } catch (const std::invalid_argument&) {
         return result::NOT_FOUND;
@@ -111,7 +110,7 @@ int Array::read(Context& ctx, const SerializationInfo& in, SerializationInfo& ou
         if (item == nullptr) continue;
         SerializationInfo element;
         {
-            internal::ContextStep step(ctx, ConstHashString(i));
+            WalkStep step(ctx, ConstHashString(i));
             rc = item->process(ctx, in, element);
         }
         out.addMember() <<= element;
@@ -125,7 +124,7 @@ int Array::update(Context& ctx, const SerializationInfo& in, SerializationInfo& 
     for (const SerializationInfo& element : in) {
         Value* item = at(index);
         if (item == nullptr) continue;
-        internal::ContextStep step(ctx, ConstHashString(index));
+        WalkStep step(ctx, ConstHashString(index));
         ++index;
         rc = item->process(ctx, element, out);
     }

@@ -4,7 +4,6 @@
 
 #include <stdexcept>
 
-#include "../tree/walk_step.h"
 #include "dme/helper.h"
 #include "dme/json.h"
 #include "dme/result.h"
@@ -70,7 +69,7 @@ int FileStructure::internalBrowse(Context& ctx, const SerializationInfo& node,
     if (segment.empty()) return serveReached(ctx, node, out);
     try {
         const SerializationInfo& member = node.getMember(segment.str());
-        internal::ContextStep step(ctx, segment);
+        WalkStep step(ctx, segment);
         return internalBrowse(ctx, member, in, out);
     } catch (const cxxtools::SerializationError&) {
         return result::NOT_FOUND;

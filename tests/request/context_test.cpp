@@ -290,6 +290,72 @@ TEST(ContextWalkTest, PopParametersRestoresInReverseOrder) {
     EXPECT_FALSE(ctx->forceExpand());
 }
 
+// ---- Walk scope guards ----
+
+TEST(WalkStepTest, EntersAMemberAndLeavesItAtTheEndOfTheScope) {
+    auto ctx = readContext("/a/b");
+    {
+        WalkStep step(*ctx, ConstHashString("a"));
+        EXPECT_EQ(static_cast<std::string>(ctx->currentUri()), "/a");
+        EXPECT_EQ(ctx->getUrl().str(), "b");
+    }
+    EXPECT_EQ(static_cast<std::string>(ctx->currentUri()), "/");
+    EXPECT_EQ(ctx->getUrl().str(), "a");
+}
+
+TEST(WalkStepTest, AnItemStepRecordsTheId) {
+    auto ctx = readContext("/7");
+    {
+        WalkStep step(*ctx, ConstHashString("7"), WalkStep::ITEM);
+        EXPECT_EQ(ctx->currentId().str(), "7");
+        EXPECT_EQ(static_cast<std::string>(ctx->currentUri()), "/7");
+    }
+    EXPECT_EQ(static_cast<std::string>(ctx->currentUri()), "/");
+}
+
+TEST(WalkStepTest, AMemberStepLeavesTheIdAlone) {
+    auto ctx = readContext("/7/a");
+    WalkStep item(*ctx, ConstHashString("7"), WalkStep::ITEM);
+    WalkStep member(*ctx, ConstHashString("a"));
+    EXPECT_EQ(ctx->currentId().str(), "7");
+}
+
+TEST(WalkStepTest, StepsBackWhenAnExceptionPasses) {
+    auto ctx = readContext("/a/b");
+    EXPECT_THROW(
+        {
+            WalkStep outer(*ctx, ConstHashString("a"));
+            WalkStep inner(*ctx, ConstHashString("b"));
+            throw std::runtime_error("boom");
+        },
+        std::runtime_error);
+    EXPECT_EQ(static_cast<std::string>(ctx->currentUri()), "/");
+    EXPECT_EQ(ctx->getUrl().str(), "a");
+}
+
+TEST(ParametersScopeTest, ReplacesMethodAndFlagForTheScope) {
+    auto ctx = readContext("/");
+    {
+        ParametersScope scope(*ctx, UPDATE, true);
+        EXPECT_EQ(ctx->method(), UPDATE);
+        EXPECT_TRUE(ctx->forceExpand());
+    }
+    EXPECT_EQ(ctx->method(), READ);
+    EXPECT_FALSE(ctx->forceExpand());
+}
+
+TEST(ParametersScopeTest, RestoresWhenAnExceptionPasses) {
+    auto ctx = readContext("/");
+    EXPECT_THROW(
+        {
+            ParametersScope scope(*ctx, DELETE, true);
+            throw std::runtime_error("boom");
+        },
+        std::runtime_error);
+    EXPECT_EQ(ctx->method(), READ);
+    EXPECT_FALSE(ctx->forceExpand());
+}
+
 // ---- Child context ----
 
 TEST(ContextChildTest, TakesLexiconRequestInfoAndArgumentsOfTheParent) {

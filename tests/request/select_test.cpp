@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -235,6 +236,29 @@ TEST(SelectPropertiesTest, AddMergesWithExistingPath) {
 }
 
 // ---- Walking ----
+
+TEST(SelectionStepTest, TellsWhetherTheNameIsSelectedAndPopsAtTheEndOfTheScope) {
+    Select select("a/b");
+    {
+        SelectionStep a(select, ConstHashString("a"));
+        EXPECT_TRUE(a.selected());
+        SelectionStep x(select, ConstHashString("x"));
+        EXPECT_FALSE(x.selected());
+        EXPECT_EQ(select.depth(), 3u);
+    }
+    EXPECT_EQ(select.depth(), 1u);
+}
+
+TEST(SelectionStepTest, PopsWhenAnExceptionPasses) {
+    Select select("a/b");
+    EXPECT_THROW(
+        {
+            SelectionStep a(select, ConstHashString("a"));
+            throw std::runtime_error("boom");
+        },
+        std::runtime_error);
+    EXPECT_EQ(select.depth(), 1u);
+}
 
 TEST(SelectWalkTest, SelectAllPushesAnyNameAsSelected) {
     Select select("");
