@@ -17,8 +17,10 @@ all: build
 deps:
 	@./scripts/install-deps.sh $(PACKAGES)
 
+# DME_WERROR=ON (as CI sets it) turns compiler warnings into errors.
 configure: deps
-	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE)
+	cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
+	    $(if $(DME_WERROR),-DDME_WERROR=$(DME_WERROR))
 
 build: configure
 	cmake --build $(BUILD_DIR) -j $(JOBS)
@@ -170,3 +172,18 @@ load: configure
 	$(CXX) -std=c++17 -O2 -Wall -Wextra -Wpedantic load/dme_load.cpp -o $(BUILD_DIR)/dme-load \
 	    $$(pkg-config --cflags --libs libcurl) -pthread
 	./scripts/load.sh $(BUILD_DIR) $(LOAD_SECONDS)
+
+# `make check-format`: every C++ file of the repository follows .clang-format.
+# `make tidy`: clang-tidy with the checks of .clang-tidy on every source of the libraries, any
+# finding an error. Both run in CI.
+STYLE_PACKAGES := clang-format clang-tidy git
+
+.PHONY: check-format tidy
+
+check-format:
+	@./scripts/install-deps.sh $(STYLE_PACKAGES)
+	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run -Werror
+
+tidy: configure
+	@./scripts/install-deps.sh $(STYLE_PACKAGES)
+	git ls-files 'src/*.cpp' 'common/src/*.cpp' | xargs -P $(JOBS) -n 4 clang-tidy -p $(BUILD_DIR) --quiet

@@ -188,13 +188,16 @@ class StaticAtomicValue : public AtomicValue<T> {
     std::string annotation_;
 };
 
-// The library provides the fourteen instantiations in its own translation unit.
+// The library provides the fourteen instantiations in its own translation unit. T names a
+// type, which parentheses would not allow.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define DME_DECLARE_ATOMIC_TYPE(T)                                                         \
     extern template void validateSerializationType<T>(const cxxtools::SerializationInfo&); \
     extern template void serializeValue<T>(const T&, cxxtools::SerializationInfo&);        \
     extern template void deserializeValue<T>(const cxxtools::SerializationInfo&, T&);      \
     extern template class AtomicValue<T>;                                                  \
     extern template class StaticAtomicValue<T>;
+// NOLINTEND(bugprone-macro-parentheses)
 
 DME_DECLARE_ATOMIC_TYPE(bool)
 DME_DECLARE_ATOMIC_TYPE(char)

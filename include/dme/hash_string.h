@@ -11,7 +11,7 @@ namespace dme {
 // The hash is std::hash<std::string> of the text and is never persisted.
 // A plain value type: copyable, assignable; not thread-safe for concurrent mutation.
 class ConstHashString {
-public:
+  public:
     ConstHashString();
     ConstHashString(const char* s);         // NOLINT: implicit by design
     ConstHashString(const std::string& s);  // NOLINT: implicit by design
@@ -37,7 +37,7 @@ public:
     // Exact byte equality; a hash mismatch decides without comparing bytes.
     bool operator==(const ConstHashString& other) const;
 
-private:
+  private:
     std::string text_;
     std::size_t hash_;
 };

@@ -24,7 +24,7 @@ constexpr std::uint32_t METHOD_MASK = 0x830F;
 // with the data methods; B (0x10) allows a request to pass through the node to a child.
 // A plain value type, copyable, passed by value.
 class AllowedMethods {
-public:
+  public:
     static constexpr std::uint32_t C = 0x01;
     static constexpr std::uint32_t R = 0x02;
     static constexpr std::uint32_t U = 0x04;
@@ -46,7 +46,7 @@ public:
         return a.bits_ != b.bits_;
     }
 
-private:
+  private:
     std::uint32_t bits_;
 };
 
@@ -68,12 +68,18 @@ inline AllowedMethods& operator&=(AllowedMethods& a, AllowedMethods b) {
 }
 // Mixed forms, so that `method & allowed` and `READ + UPDATE` read naturally. (`READ | UPDATE`
 // is the built-in integer operation; its result converts to AllowedMethods.)
-constexpr AllowedMethods operator&(Method m, AllowedMethods a) { return AllowedMethods(m) & a; }
-constexpr AllowedMethods operator&(AllowedMethods a, Method m) { return a & AllowedMethods(m); }
+constexpr AllowedMethods operator&(Method m, AllowedMethods a) {
+    return AllowedMethods(m) & a;
+}
+constexpr AllowedMethods operator&(AllowedMethods a, Method m) {
+    return a & AllowedMethods(m);
+}
 constexpr AllowedMethods operator+(Method a, Method b) {
     return AllowedMethods(a) + AllowedMethods(b);
 }
-constexpr AllowedMethods operator-(AllowedMethods a, Method m) { return a - AllowedMethods(m); }
+constexpr AllowedMethods operator-(AllowedMethods a, Method m) {
+    return a - AllowedMethods(m);
+}
 
 // Writes exactly five characters, C R U D B or '_' for each absent bit (e.g. "_RU__").
 std::ostream& operator<<(std::ostream& os, AllowedMethods methods);

@@ -73,9 +73,10 @@ class Select {
 
     // The copy or moved-to object holds the same tree; its walk starts at its own root.
     Select(const Select& other);
-    Select(Select&& other);
+    // Not noexcept: restarting the walk stack allocates.
+    Select(Select&& other);  // NOLINT(performance-noexcept-move-constructor)
     Select& operator=(const Select& other);
-    Select& operator=(Select&& other);
+    Select& operator=(Select&& other);  // NOLINT(performance-noexcept-move-constructor)
 
     // True when every property is selected; the walk stack is then never used.
     bool selectAll() const { return selectAll_; }
@@ -101,7 +102,7 @@ class Select {
     // Restarts the walk at this object's own root.
     void resetStack();
 
-    bool selectAll_;
+    bool selectAll_ = true;
     Properties root_;
     std::vector<const Properties*> stack_;
 };

@@ -12,15 +12,15 @@ template <class T>
 class SmartPointer : public std::unique_ptr<T, std::function<void(T*)>> {
     using Base = std::unique_ptr<T, std::function<void(T*)>>;
 
-public:
+  public:
     SmartPointer() : Base(nullptr, [](T*) {}) {}
-    SmartPointer(std::nullptr_t) : SmartPointer() {}                       // NOLINT
-    SmartPointer(T* owned) : Base(owned, [](T* p) { delete p; }) {}        // NOLINT
-    SmartPointer(T& borrowed) : Base(&borrowed, [](T*) {}) {}              // NOLINT
+    SmartPointer(std::nullptr_t) : SmartPointer() {}                 // NOLINT
+    SmartPointer(T* owned) : Base(owned, [](T* p) { delete p; }) {}  // NOLINT
+    SmartPointer(T& borrowed) : Base(&borrowed, [](T*) {}) {}        // NOLINT
     template <class U, class = std::enable_if_t<std::is_convertible<U*, T*>::value>>
-    SmartPointer(U* owned) : Base(owned, [](T* p) { delete p; }) {}        // NOLINT
+    SmartPointer(U* owned) : Base(owned, [](T* p) { delete p; }) {}  // NOLINT
     template <class U, class = std::enable_if_t<std::is_convertible<U*, T*>::value>>
-    SmartPointer(U& borrowed) : Base(&borrowed, [](T*) {}) {}              // NOLINT
+    SmartPointer(U& borrowed) : Base(&borrowed, [](T*) {}) {}  // NOLINT
 };
 
 }  // namespace dme

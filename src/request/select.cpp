@@ -41,7 +41,7 @@ Select::Property& Select::Properties::add(const std::string& text, unsigned int 
     return *current;
 }
 
-Select::Select(const std::string& text) : selectAll_(true) {
+Select::Select(const std::string& text) {
     std::string::size_type begin = 0;
     while (begin <= text.size()) {
         std::string::size_type comma = text.find(',', begin);
@@ -59,6 +59,8 @@ Select::Select(const Select& other) : selectAll_(other.selectAll_), root_(other.
     resetStack();
 }
 
+// Not noexcept: restarting the walk stack allocates.
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 Select::Select(Select&& other) : selectAll_(other.selectAll_), root_(std::move(other.root_)) {
     resetStack();
 }
@@ -72,6 +74,7 @@ Select& Select::operator=(const Select& other) {
     return *this;
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 Select& Select::operator=(Select&& other) {
     if (this != &other) {
         selectAll_ = other.selectAll_;

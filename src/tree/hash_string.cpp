@@ -6,7 +6,9 @@
 namespace dme {
 namespace {
 
-std::size_t hashOf(const std::string& text) { return std::hash<std::string>{}(text); }
+std::size_t hashOf(const std::string& text) {
+    return std::hash<std::string>{}(text);
+}
 
 }  // namespace
 
@@ -30,11 +32,7 @@ ConstHashString& ConstHashString::operator=(const std::string& s) {
     return *this;
 }
 
-ConstHashString& ConstHashString::operator=(const ConstHashString& other) {
-    text_ = other.text_;
-    hash_ = other.hash_;
-    return *this;
-}
+ConstHashString& ConstHashString::operator=(const ConstHashString& other) = default;
 
 bool ConstHashString::operator==(const ConstHashString& other) const {
     if (hash_ != other.hash_) return false;

@@ -194,7 +194,7 @@ int ArrayValue<T>::browse(Context& ctx, const SerializationInfo&, SerializationI
 template <class T>
 int ArrayValue<T>::read(Context& ctx, const SerializationInfo&, SerializationInfo& out) {
     out.setCategory(SerializationInfo::Array);
-    for (const T& element : getValue(ctx)) writeElement<T>(element, out.addMember());
+    for (const auto& element : getValue(ctx)) writeElement<T>(element, out.addMember());
     return result::DONE;
 }
 

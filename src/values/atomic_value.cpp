@@ -496,12 +496,15 @@ unsigned int StaticAtomicValue<T>::getMaxAllowedLength(Context&) {
     return maxLength_;
 }
 
+// T names a type, which parentheses would not allow.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define DME_INSTANTIATE_ATOMIC_TYPE(T)                                    \
     template void validateSerializationType<T>(const SerializationInfo&); \
     template void serializeValue<T>(const T&, SerializationInfo&);        \
     template void deserializeValue<T>(const SerializationInfo&, T&);      \
     template class AtomicValue<T>;                                        \
     template class StaticAtomicValue<T>;
+// NOLINTEND(bugprone-macro-parentheses)
 
 DME_INSTANTIATE_ATOMIC_TYPE(bool)
 DME_INSTANTIATE_ATOMIC_TYPE(char)

@@ -27,7 +27,7 @@ inline const Lexicon& bareLexicon() {
 // Runs one request directly on a tree root, without an engine: builds the context, calls
 // `process` on the root and keeps the context for inspection afterwards.
 class Request {
-public:
+  public:
     Request(Method method, const std::string& uri, const std::string& query = "",
             const Lexicon& lexicon = testLexicon(), const RequestInfo& info = RequestInfo())
         : info_(info), context_(lexicon, method, uri, Arguments(query), info_, false) {}
@@ -39,7 +39,7 @@ public:
     Context& context() { return context_; }
     cxxtools::SerializationInfo& out() { return out_; }
 
-private:
+  private:
     RequestInfo info_;
     Context context_;
     cxxtools::SerializationInfo out_;

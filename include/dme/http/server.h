@@ -66,7 +66,7 @@ struct ServerOptions {
     // The realm named in the WWW-Authenticate challenge of a 401 answer.
     std::string realm = "dme";
     // Request bodies longer than this are answered 413.
-    std::size_t maxBodyBytes = 1024 * 1024;
+    std::size_t maxBodyBytes = std::size_t{1024} * 1024;
     // Event streams open at once; one more is answered 503.
     unsigned int maxStreams = 8;
     // Connections open at once (event streams included); further ones are refused by the

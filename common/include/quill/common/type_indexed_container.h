@@ -16,7 +16,7 @@ namespace common {
 // equality, not by base class). Copyable (copies share the objects). Not thread-safe.
 template <class T>
 class TypeIndexedContainer {
-public:
+  public:
     using SharedElement = std::shared_ptr<T>;
 
     TypeIndexedContainer() = default;
@@ -90,7 +90,7 @@ public:
     // Orders two elements by the dynamic type of their pointees.
     static bool lt(const SharedElement& a, const SharedElement& b) { return typeOf(a) < typeOf(b); }
 
-private:
+  private:
     static std::type_index typeOf(const SharedElement& element) {
         if (!element) {
             throw std::runtime_error(
@@ -105,8 +105,9 @@ private:
     }
 
     typename std::vector<SharedElement>::const_iterator lowerBound(std::type_index type) const {
-        return std::lower_bound(elements_.begin(), elements_.end(), type,
-                                [](const SharedElement& e, std::type_index t) { return typeOf(e) < t; });
+        return std::lower_bound(
+            elements_.begin(), elements_.end(), type,
+            [](const SharedElement& e, std::type_index t) { return typeOf(e) < t; });
     }
 
     std::vector<SharedElement> elements_;
