@@ -6,14 +6,14 @@
 // port). Users authenticate with HTTP Basic: guest, operator and admin, each with its own name
 // as password. Stops cleanly on SIGINT and SIGTERM.
 
+#include <pthread.h>
+
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <optional>
 #include <string>
-
-#include <pthread.h>
 
 #include "device_model.h"
 #include "dme/engine.h"

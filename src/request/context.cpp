@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "../tree/walk_room.h"
+#include "../tree/names/walk_room.h"
 #include "dme/exception.h"
 
 namespace dme {
