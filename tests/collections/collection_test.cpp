@@ -228,14 +228,14 @@ TEST(Collection, TotalCountIsTheCount) {
 TEST(CollectionRead, EmptyCollectionWithItemsAndCountKeysGivesCountZeroAndEmptyArray) {
     Model model(new TestCollection(), namingLexicon());
     const Answer answer = model.run(READ, "/devices");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"href":"/devices","count":0,"members":[]})");
 }
 
 TEST(CollectionRead, EmptyCollectionWithoutItemsAndCountKeysGivesBareEmptyArray) {
     Model model(new TestCollection(), silentLexicon());
     const Answer answer = model.run(READ, "/devices");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, "[]");
 }
 
@@ -257,7 +257,7 @@ TEST(CollectionRead, ListsItemsUnderTheItemsKeyByTheirPaths) {
     devices->add(namedItem("b"));
     Model model(devices, namingLexicon());
     const Answer answer = model.run(READ, "/devices");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"href":"/devices","count":2,"members":[{"href":"/devices/1"},)"
                            R"({"href":"/devices/2"}]})");
 }
@@ -268,7 +268,7 @@ TEST(CollectionRead, ListsItemsAsBareArrayWithoutItemsKey) {
     devices->add(namedItem("b"));
     Model model(devices, silentLexicon());
     const Answer answer = model.run(READ, "/devices", "expand=2");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"([{"name":"a"},{"name":"b"}])");
 }
 
@@ -290,7 +290,7 @@ TEST(CollectionRead, MissingItemAddsEmptyElementAndAnswersNotFound) {
     devices->setVisible(2);
     Model model(devices, namingLexicon());
     const Answer answer = model.run(READ, "/devices");
-    EXPECT_EQ(answer.status, 3);
+    EXPECT_EQ(answer.status, dme::result::NOT_FOUND);
     EXPECT_EQ(answer.body,
               R"({"href":"/devices","count":1,"members":[{"href":"/devices/1"},null]})");
 }
@@ -301,7 +301,7 @@ TEST(CollectionRead, AnswersTheStatusOfTheLastItem) {
     devices->add(namedItem("b"));
     Model model(devices, silentLexicon());
     const Answer answer = model.run(READ, "/devices", "expand=2");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"([null,{"name":"b"}])");
 }
 
@@ -311,7 +311,7 @@ TEST(CollectionRead, LastItemNotReadableAnswersNotAllowed) {
     devices->add(namedItem("b", AllowedMethods::B));
     Model model(devices, silentLexicon());
     const Answer answer = model.run(READ, "/devices", "expand=2");
-    EXPECT_EQ(answer.status, 2);
+    EXPECT_EQ(answer.status, dme::result::NOT_ALLOWED);
     EXPECT_EQ(answer.body, R"([{"name":"a"},null])");
 }
 
@@ -334,7 +334,7 @@ TEST(CollectionRead, ListedItemsStayUnnamedWhenAnItemNamesItsAnswer) {
     attachRoot(root);
     WalkAtCollection walk(READ);
     SerializationInfo out;
-    EXPECT_EQ(devices->read(walk.ctx, SerializationInfo(), out), 0);
+    EXPECT_EQ(devices->read(walk.ctx, SerializationInfo(), out), dme::result::DONE);
     const SerializationInfo& items = out.getMember("members");
     ASSERT_EQ(items.memberCount(), 1u);
     EXPECT_EQ(items.begin()->name(), "");
@@ -350,7 +350,7 @@ TEST(CollectionBrowse, ReachesTheItemNamedByTheSegment) {
     devices->add(namedItem("b"));
     Model model(devices, namingLexicon());
     const Answer answer = model.run(READ, "/devices/2");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"href":"/devices/2","id":"2","name":"b"})");
 }
 
@@ -359,7 +359,7 @@ TEST(CollectionBrowse, ReachesAMemberOfAnItem) {
     devices->add(namedItem("a"));
     Model model(devices, namingLexicon());
     const Answer answer = model.run(READ, "/devices/1/name");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"("a")");
 }
 
@@ -368,7 +368,7 @@ TEST(CollectionBrowse, SegmentNamingNoItemAnswersNotFound) {
     devices->add(namedItem("a"));
     Model model(devices, namingLexicon());
     const Answer answer = model.run(READ, "/devices/7");
-    EXPECT_EQ(answer.status, 3);
+    EXPECT_EQ(answer.status, dme::result::NOT_FOUND);
     EXPECT_EQ(answer.body, "null");
 }
 
@@ -376,7 +376,8 @@ TEST(CollectionBrowse, EmptySegmentMeansTheCollectionItself) {
     Tree tree({"a"});
     WalkAtCollection walk(READ);
     SerializationInfo out;
-    EXPECT_EQ(tree.collection->browse(walk.ctx, SerializationInfo(), out), -1);
+    EXPECT_EQ(tree.collection->browse(walk.ctx, SerializationInfo(), out),
+              dme::result::PATH_ENDS_HERE);
     EXPECT_TRUE(out.isNull());
 }
 
@@ -443,14 +444,15 @@ TEST(CollectionUpdate, BaseClearFailsSoUpdateAnswersFailed) {
     devices->add(namedItem("a"));
     Model model(devices, namingLexicon());
     const Answer answer = model.run(UPDATE, "/devices", "", R"({"members":[{"name":"x"}]})");
-    EXPECT_EQ(answer.status, 1);
+    EXPECT_EQ(answer.status, dme::result::FAILED);
     EXPECT_EQ(model.run(READ, "/devices/1/name").body, R"("a")");
 }
 
 TEST(CollectionUpdate, FailingClearStopsBeforeAnyCreate) {
     auto* devices = new RecordingCollection(result::NOT_SUPPORTED);
     Model model(devices, namingLexicon());
-    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"({"members":[{"name":"x"}]})").status, 1);
+    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"({"members":[{"name":"x"}]})").status,
+              dme::result::FAILED);
     EXPECT_THAT(devices->calls(), ElementsAre("clear"));
 }
 
@@ -458,7 +460,7 @@ TEST(CollectionUpdate, BodyWithoutItemsMemberEmptiesAndAnswersDone) {
     auto* devices = new RecordingCollection();
     Model model(devices, namingLexicon());
     const Answer answer = model.run(UPDATE, "/devices", "", R"({"other":[{"name":"x"}]})");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_THAT(devices->calls(), ElementsAre("clear"));
 }
 
@@ -467,7 +469,7 @@ TEST(CollectionUpdate, ElementWithIdMemberGoesToIdTakingCreate) {
     Model model(devices, namingLexicon());
     const Answer answer =
         model.run(UPDATE, "/devices", "", R"({"members":[{"id":"k1","name":"x"},{"name":"y"}]})");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_THAT(devices->calls(), ElementsAre("clear", R"(create(k1) {"id":"k1","name":"x"})",
                                               R"(create {"name":"y"})"));
 }
@@ -476,7 +478,8 @@ TEST(CollectionUpdate, WithoutIdKeyEveryElementGoesToPlainCreate) {
     static const Lexicon lexicon{"", "", "", "members", nullptr, nullptr};
     auto* devices = new RecordingCollection();
     Model model(devices, lexicon);
-    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"({"members":[{"id":"k1"}]})").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"({"members":[{"id":"k1"}]})").status,
+              dme::result::DONE);
     EXPECT_THAT(devices->calls(), ElementsAre("clear", R"(create {"id":"k1"})"));
 }
 
@@ -484,7 +487,8 @@ TEST(CollectionUpdate, WithoutItemsKeyTheBodyIsTheList) {
     static const Lexicon lexicon{"", "id", "", "", nullptr, nullptr};
     auto* devices = new RecordingCollection();
     Model model(devices, lexicon);
-    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"([{"name":"x"},{"id":"7"}])").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"([{"name":"x"},{"id":"7"}])").status,
+              dme::result::DONE);
     EXPECT_THAT(devices->calls(),
                 ElementsAre("clear", R"(create {"name":"x"})", R"(create(7) {"id":"7"})"));
 }
@@ -504,14 +508,16 @@ TEST(CollectionUpdate, CreateStatusesAreIgnored) {
 
 TEST(Collection, BaseCreateIsNotSupported) {
     Model model(new TestCollection(), namingLexicon());
-    EXPECT_EQ(model.run(CREATE, "/devices", "", R"({"name":"x"})").status, 8);
+    EXPECT_EQ(model.run(CREATE, "/devices", "", R"({"name":"x"})").status,
+              dme::result::NOT_SUPPORTED);
 }
 
 TEST(Collection, BaseIdTakingCreateIsNotSupported) {
     Tree tree({});
     WalkAtCollection walk(CREATE);
     SerializationInfo out;
-    EXPECT_EQ(tree.collection->create(walk.ctx, SerializationInfo(), out, "k"), 8);
+    EXPECT_EQ(tree.collection->create(walk.ctx, SerializationInfo(), out, "k"),
+              dme::result::NOT_SUPPORTED);
 }
 
 TEST(Collection, BaseClearAndDestroyItemAreNotSupported) {
@@ -523,7 +529,7 @@ TEST(Collection, BaseClearAndDestroyItemAreNotSupported) {
 
 TEST(Collection, DeleteOfTheCollectionItselfIsNotAllowed) {
     Model model(new TestCollection(), namingLexicon());
-    EXPECT_EQ(model.run(DELETE, "/devices").status, 2);
+    EXPECT_EQ(model.run(DELETE, "/devices").status, dme::result::NOT_ALLOWED);
 }
 
 // ---- Populating a new item ----
@@ -549,7 +555,7 @@ TEST(CollectionPopulate, SkipReadUpdatesWithoutAnswer) {
         0);
     EXPECT_TRUE(out.isNull());
     Request read(READ, "/devices/1/name");
-    EXPECT_EQ(read.run(*tree.root), 0);
+    EXPECT_EQ(read.run(*tree.root), dme::result::DONE);
     EXPECT_EQ(formatJson(read.out()), R"("new")");
 }
 
@@ -598,7 +604,7 @@ TEST(CollectionSchema, ModifiableCollectionGivesSizeLimitsAndItemSchema) {
     devices->useReferenceItem(namedItem("template"));
     Model model(devices, namingLexicon());
     const Answer answer = model.run(SCHEMA, "/devices");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body,
               R"({"type":"array","minSize":1,"maxSize":9,"items":{"type":"object",)"
               R"("properties":{"name":{"type":"string"},"id":{"type":"string","default":"",)"
@@ -618,7 +624,7 @@ TEST(CollectionSchema, ReadOnlyCollectionGivesFixedSize) {
 TEST(CollectionSchema, WithoutReferenceItemTheItemsMemberIsEmpty) {
     Model model(new TestCollection(), namingLexicon());
     const Answer answer = model.run(SCHEMA, "/devices");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"type":"array","minSize":1,"maxSize":9,"items":null})");
 }
 
@@ -733,7 +739,7 @@ TEST(CollectionItemDestroy, WithoutParentFails) {
     CollectionItem item({}, ALL_METHODS, false);
     Context ctx(namingLexicon(), DELETE, "", Arguments(""), false);
     SerializationInfo out;
-    EXPECT_EQ(item.destroy(ctx, SerializationInfo(), out), 1);
+    EXPECT_EQ(item.destroy(ctx, SerializationInfo(), out), dme::result::FAILED);
 }
 
 TEST(CollectionItemDestroy, UnderAStructureFails) {
@@ -741,7 +747,7 @@ TEST(CollectionItemDestroy, UnderAStructureFails) {
     Structure root({new Entry("lonely", item)}, ALL_METHODS, true);
     attachRoot(root);
     Request request(DELETE, "/lonely");
-    EXPECT_EQ(request.run(root), 1);
+    EXPECT_EQ(request.run(root), dme::result::FAILED);
 }
 
 TEST(CollectionItemDestroy, AsksTheCollectionToDestroyItsIndex) {
@@ -749,7 +755,7 @@ TEST(CollectionItemDestroy, AsksTheCollectionToDestroyItsIndex) {
     devices->add(namedItem("a"));
     devices->add(namedItem("b"));
     Model model(devices, namingLexicon());
-    EXPECT_EQ(model.run(DELETE, "/devices/2").status, 0);
+    EXPECT_EQ(model.run(DELETE, "/devices/2").status, dme::result::DONE);
     EXPECT_THAT(devices->calls(), ElementsAre("destroyItem 1"));
 }
 
@@ -757,7 +763,7 @@ TEST(CollectionItemDestroy, BaseDestroyItemAnswersNotSupported) {
     auto* devices = new TestCollection();
     devices->add(namedItem("a"));
     Model model(devices, namingLexicon());
-    EXPECT_EQ(model.run(DELETE, "/devices/1").status, 8);
+    EXPECT_EQ(model.run(DELETE, "/devices/1").status, dme::result::NOT_SUPPORTED);
 }
 
 TEST(CollectionItemSchema, IdSchemaFollowsTheMembers) {
@@ -800,7 +806,7 @@ TEST(CollectionItemWithId, GeneratorItemIsReachedUnderItsNewestId) {
     EXPECT_EQ(model.run(READ, "/devices/old").body,
               R"({"href":"/devices/old","id":"old","name":"a"})");
     current = "new";
-    EXPECT_EQ(model.run(READ, "/devices/old").status, 3);
+    EXPECT_EQ(model.run(READ, "/devices/old").status, dme::result::NOT_FOUND);
     EXPECT_EQ(model.run(READ, "/devices/new").body,
               R"({"href":"/devices/new","id":"new","name":"a"})");
 }

@@ -152,7 +152,7 @@ TEST(DynamicCollection, DefaultSizesAllowAnyNumberOfItems) {
 TEST(DynamicCollectionCreate, ServerChoosesIdOneAndAnswersTheNewItem) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false));
     const Answer answer = model.run(CREATE, "/users", R"({"name":"ann","age":30})");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"href":"/users/1","id":"1","name":"ann","age":30})");
     EXPECT_EQ(model.run(READ, "/users/1/name").body, R"("ann")");
 }
@@ -169,7 +169,7 @@ TEST(DynamicCollectionCreate, ServerIdOfADeletedItemIsNotGivenAgain) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false));
     model.run(CREATE, "/users", R"({"name":"ann"})");
     model.run(CREATE, "/users", R"({"name":"bob"})");
-    EXPECT_EQ(model.run(DELETE, "/users/2").status, 0);
+    EXPECT_EQ(model.run(DELETE, "/users/2").status, dme::result::DONE);
     model.run(CREATE, "/users", R"({"name":"cid"})");
     EXPECT_EQ(model.ids(), R"({"href":"/users","count":2,"members":[{"href":"/users/1","id":"1"},)"
                            R"({"href":"/users/3","id":"3"}]})");
@@ -185,7 +185,7 @@ TEST(DynamicCollectionCreate, ServerSkipsIdsThatClientsHaveTaken) {
 TEST(DynamicCollectionCreate, ClientChoosesTheIdThroughTheIdMember) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false));
     const Answer answer = model.run(CREATE, "/users", R"({"id":"ann","name":"Ann","age":30})");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"href":"/users/ann","id":"ann","name":"Ann","age":30})");
     EXPECT_EQ(model.run(READ, "/users/ann/age").body, "30");
 }
@@ -226,7 +226,7 @@ TEST(DynamicCollectionCreate, WithoutIdKeyTheServerChoosesAndTheIdMemberIsIgnore
 
 TEST(DynamicCollectionCreate, NotAllowedWithoutCreate) {
     Model model(new DynamicCollection(userFactory(), NO_CREATE, false));
-    EXPECT_EQ(model.run(CREATE, "/users", R"({"name":"ann"})").status, 2);
+    EXPECT_EQ(model.run(CREATE, "/users", R"({"name":"ann"})").status, dme::result::NOT_ALLOWED);
 }
 
 TEST(DynamicCollectionCreate, GrowthBeyondTheMaximumIsRefused) {
@@ -251,13 +251,13 @@ TEST(DynamicCollectionCreate, ItemRefusingItsValueIsRemovedAgain) {
     EXPECT_EQ(answer.status, REJECTED);
     EXPECT_EQ(answer.body, R"({"error":"String too long","detail":"far too long"})");
     EXPECT_EQ(model.run(READ, "/users").body, R"({"href":"/users","count":0,"members":[]})");
-    EXPECT_EQ(model.run(READ, "/users/1").status, 3);
+    EXPECT_EQ(model.run(READ, "/users/1").status, dme::result::NOT_FOUND);
 }
 
 TEST(DynamicCollectionCreate, ClientIdOfARefusedItemStaysFree) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false));
     EXPECT_EQ(model.run(CREATE, "/users", R"({"id":"ann","age":200})").status, REJECTED);
-    EXPECT_EQ(model.run(CREATE, "/users", R"({"id":"ann","age":20})").status, 0);
+    EXPECT_EQ(model.run(CREATE, "/users", R"({"id":"ann","age":20})").status, dme::result::DONE);
 }
 
 TEST(DynamicCollectionCreate, NumberOfARefusedItemIsNotGivenAgain) {
@@ -270,7 +270,7 @@ TEST(DynamicCollectionCreate, NumberOfARefusedItemIsNotGivenAgain) {
 TEST(DynamicCollectionCreate, ItemThatCannotBeFilledIsRemovedAndItsStatusAnswered) {
     Model model(new DynamicCollection(userFactory(NO_UPDATE), ALL_METHODS, false));
     const Answer answer = model.run(CREATE, "/users", R"({"name":"ann"})");
-    EXPECT_EQ(answer.status, 2);
+    EXPECT_EQ(answer.status, dme::result::NOT_ALLOWED);
     EXPECT_EQ(answer.body, "null");
     EXPECT_EQ(model.run(READ, "/users").body, R"({"href":"/users","count":0,"members":[]})");
 }
@@ -280,7 +280,7 @@ TEST(DynamicCollectionCreate, ItemThatCannotBeAnsweredIsRemoved) {
     constexpr std::uint32_t NO_READ = AllowedMethods::C | AllowedMethods::U | AllowedMethods::B;
     Model model(new DynamicCollection(userFactory(NO_READ), ALL_METHODS, false), lexicon);
     const Answer answer = model.run(CREATE, "/users", R"({"name":"ann"})");
-    EXPECT_EQ(answer.status, 2);
+    EXPECT_EQ(answer.status, dme::result::NOT_ALLOWED);
     EXPECT_EQ(answer.body, "null");
     EXPECT_EQ(model.run(READ, "/users").body, R"({"count":0,"members":[]})");
 }
@@ -291,9 +291,9 @@ TEST(DynamicCollectionDelete, RemovesTheItem) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false));
     model.run(CREATE, "/users", R"({"name":"ann"})");
     const Answer answer = model.run(DELETE, "/users/1");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, "null");
-    EXPECT_EQ(model.run(READ, "/users/1").status, 3);
+    EXPECT_EQ(model.run(READ, "/users/1").status, dme::result::NOT_FOUND);
 }
 
 TEST(DynamicCollectionDelete, LaterItemsAreToldTheirNewIndexes) {
@@ -301,15 +301,15 @@ TEST(DynamicCollectionDelete, LaterItemsAreToldTheirNewIndexes) {
     model.run(CREATE, "/users", R"({"name":"ann"})");
     model.run(CREATE, "/users", R"({"name":"bob"})");
     model.run(CREATE, "/users", R"({"name":"cid"})");
-    EXPECT_EQ(model.run(DELETE, "/users/1").status, 0);
-    EXPECT_EQ(model.run(DELETE, "/users/3").status, 0);
+    EXPECT_EQ(model.run(DELETE, "/users/1").status, dme::result::DONE);
+    EXPECT_EQ(model.run(DELETE, "/users/3").status, dme::result::DONE);
     EXPECT_EQ(model.ids(),
               R"({"href":"/users","count":1,"members":[{"href":"/users/2","id":"2"}]})");
 }
 
 TEST(DynamicCollectionDelete, UnknownItemIsNotFound) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false));
-    EXPECT_EQ(model.run(DELETE, "/users/1").status, 3);
+    EXPECT_EQ(model.run(DELETE, "/users/1").status, dme::result::NOT_FOUND);
 }
 
 TEST(DynamicCollectionDelete, ItemWithoutDeleteIsNotAllowed) {
@@ -317,7 +317,7 @@ TEST(DynamicCollectionDelete, ItemWithoutDeleteIsNotAllowed) {
         AllowedMethods::C | AllowedMethods::R | AllowedMethods::U | AllowedMethods::B;
     Model model(new DynamicCollection(userFactory(NO_DELETE), ALL_METHODS, false));
     model.run(CREATE, "/users", R"({"name":"ann"})");
-    EXPECT_EQ(model.run(DELETE, "/users/1").status, 2);
+    EXPECT_EQ(model.run(DELETE, "/users/1").status, dme::result::NOT_ALLOWED);
     EXPECT_EQ(model.run(READ, "/users/1/name").body, R"("ann")");
 }
 
@@ -336,7 +336,7 @@ TEST(DynamicCollectionUpdate, ReplacesEveryItem) {
     model.run(CREATE, "/users", R"({"name":"ann"})");
     const Answer answer = model.run(
         UPDATE, "/users", R"({"members":[{"id":"x","name":"xen","age":1},{"name":"yul"}]})");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, "null");
     EXPECT_EQ(model.run(READ, "/users", "", "expand=2").body,
               R"({"href":"/users","count":2,"members":[)"
@@ -347,7 +347,7 @@ TEST(DynamicCollectionUpdate, ReplacesEveryItem) {
 TEST(DynamicCollectionUpdate, BodyWithoutItemsMemberEmptiesTheCollection) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false));
     model.run(CREATE, "/users", R"({"name":"ann"})");
-    EXPECT_EQ(model.run(UPDATE, "/users", "{}").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/users", "{}").status, dme::result::DONE);
     EXPECT_EQ(model.run(READ, "/users").body, R"({"href":"/users","count":0,"members":[]})");
 }
 
@@ -382,7 +382,7 @@ TEST(DynamicCollectionRead, SelectAndExpandReachTheItems) {
 TEST(DynamicCollectionSchema, ModifiableCollectionAnnouncesItsLimits) {
     Model model(new DynamicCollection(userFactory(), ALL_METHODS, false, 1, 5, 2));
     const Answer answer = model.run(SCHEMA, "/users");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body,
               R"({"type":"array","minSize":1,"maxSize":5,"items":{"type":"object",)"
               R"("properties":{"name":{"type":"string","default":"","minSize":0,"maxSize":8},)"
@@ -428,11 +428,11 @@ TEST(DynamicCollectionPolicy, WildcardConfigurationChangesOnlyTheNamesOfPresentI
     PathBrowser names("users/+/name");
     model.root().configurePermissionPolicy(names, StaticPolicy(READ),
                                            PermissionPolicyHolder::DefaultPolicyReplacer());
-    EXPECT_EQ(model.run(UPDATE, "/users/1/name", R"("x")").status, 6);
-    EXPECT_EQ(model.run(UPDATE, "/users/2/name", R"("x")").status, 6);
-    EXPECT_EQ(model.run(UPDATE, "/users/2/age", "7").status, 0);
-    EXPECT_EQ(model.run(CREATE, "/users", R"({"name":"cid"})").status, 0);
-    EXPECT_EQ(model.run(UPDATE, "/users/3/name", R"("x")").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/users/1/name", R"("x")").status, dme::result::FORBIDDEN);
+    EXPECT_EQ(model.run(UPDATE, "/users/2/name", R"("x")").status, dme::result::FORBIDDEN);
+    EXPECT_EQ(model.run(UPDATE, "/users/2/age", "7").status, dme::result::DONE);
+    EXPECT_EQ(model.run(CREATE, "/users", R"({"name":"cid"})").status, dme::result::DONE);
+    EXPECT_EQ(model.run(UPDATE, "/users/3/name", R"("x")").status, dme::result::DONE);
     EXPECT_EQ(model.run(READ, "/users", "", "expand=2&select=name,age").body,
               R"({"href":"/users","count":3,"members":[)"
               R"({"href":"/users/1","name":"ann","age":0},)"

@@ -136,14 +136,14 @@ TEST(StaticCollection, AnswersTheIdsOneTwoAndThree) {
 
 TEST(StaticCollection, IdsZeroAndFourAreNotFound) {
     Model model(threeDevices());
-    EXPECT_EQ(model.run(READ, "/devices/0").status, 3);
-    EXPECT_EQ(model.run(READ, "/devices/4").status, 3);
+    EXPECT_EQ(model.run(READ, "/devices/0").status, dme::result::NOT_FOUND);
+    EXPECT_EQ(model.run(READ, "/devices/4").status, dme::result::NOT_FOUND);
 }
 
 TEST(StaticCollection, IdWithoutDigitsIsNotFound) {
     Model model(threeDevices());
     const Answer answer = model.run(READ, "/devices/abc");
-    EXPECT_EQ(answer.status, 3);
+    EXPECT_EQ(answer.status, dme::result::NOT_FOUND);
     EXPECT_EQ(answer.body, "null");
 }
 
@@ -160,7 +160,7 @@ TEST(StaticCollection, IdMayCarryLeadingBlanksAndPlusSign) {
 
 TEST(StaticCollection, NegativeIdIsNotFound) {
     Model model(threeDevices());
-    EXPECT_EQ(model.run(READ, "/devices/-1").status, 3);
+    EXPECT_EQ(model.run(READ, "/devices/-1").status, dme::result::NOT_FOUND);
 }
 
 TEST(StaticCollection, NumberBeyondAnyIndexIsNotFound) {
@@ -168,12 +168,12 @@ TEST(StaticCollection, NumberBeyondAnyIndexIsNotFound) {
         GTEST_SKIP() << "an unsigned long cannot hold a number beyond any index here";
     }
     Model model(threeDevices());
-    EXPECT_EQ(model.run(READ, "/devices/4294967297").status, 3);
+    EXPECT_EQ(model.run(READ, "/devices/4294967297").status, dme::result::NOT_FOUND);
 }
 
 TEST(StaticCollection, LargestThirtyTwoBitIdIsNotFound) {
     Model model(threeDevices());
-    EXPECT_EQ(model.run(READ, "/devices/4294967295").status, 3);
+    EXPECT_EQ(model.run(READ, "/devices/4294967295").status, dme::result::NOT_FOUND);
 }
 
 TEST(StaticCollection, IdBeyondThirtyTwoBitUnsignedLongEndsTheRequestAsUnhandledError) {
@@ -184,7 +184,7 @@ TEST(StaticCollection, IdBeyondThirtyTwoBitUnsignedLongEndsTheRequestAsUnhandled
     testing::internal::CaptureStderr();
     const Answer answer = model.run(READ, "/devices/4294967296");
     const std::string diagnostic = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(answer.status, 12);
+    EXPECT_EQ(answer.status, dme::result::UNHANDLED);
     EXPECT_THAT(diagnostic, HasSubstr("Exception text: stoul\n"));
 }
 
@@ -204,7 +204,7 @@ TEST(StaticCollection, OverlongIdEndsTheRequestAsUnhandledError) {
     testing::internal::CaptureStderr();
     const Answer answer = model.run(READ, "/devices/99999999999999999999999");
     const std::string diagnostic = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(answer.status, 12);
+    EXPECT_EQ(answer.status, dme::result::UNHANDLED);
     EXPECT_THAT(diagnostic, HasSubstr("std::out_of_range"));
     EXPECT_THAT(diagnostic, HasSubstr("Exception text: stoul\n"));
 }
@@ -309,24 +309,27 @@ TEST(StaticCollection, AttachesItsItemsBelowItself) {
 
 TEST(StaticCollection, CreateIsNotSupported) {
     Model model(threeDevices());
-    EXPECT_EQ(model.run(CREATE, "/devices", "", R"({"name":"d"})").status, 8);
+    EXPECT_EQ(model.run(CREATE, "/devices", "", R"({"name":"d"})").status,
+              dme::result::NOT_SUPPORTED);
 }
 
 TEST(StaticCollection, DeleteOfAnItemIsNotSupported) {
     Model model(threeDevices());
-    EXPECT_EQ(model.run(DELETE, "/devices/2").status, 8);
+    EXPECT_EQ(model.run(DELETE, "/devices/2").status, dme::result::NOT_SUPPORTED);
     EXPECT_EQ(model.run(READ, "/devices/2/name").body, R"("b")");
 }
 
 TEST(StaticCollection, UpdateOfTheWholeCollectionFails) {
     Model model(threeDevices());
-    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"({"members":[{"name":"x"}]})").status, 1);
+    EXPECT_EQ(model.run(UPDATE, "/devices", "", R"({"members":[{"name":"x"}]})").status,
+              dme::result::FAILED);
     EXPECT_EQ(model.run(READ, "/devices/1/name").body, R"("a")");
 }
 
 TEST(StaticCollection, UpdateOfOneItemChangesIt) {
     Model model(threeDevices());
-    EXPECT_EQ(model.run(UPDATE, "/devices/2", "", R"({"name":"x","port":9})").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/devices/2", "", R"({"name":"x","port":9})").status,
+              dme::result::DONE);
     EXPECT_EQ(model.run(READ, "/devices/2").body,
               R"({"href":"/devices/2","id":"2","name":"x","port":9})");
 }
@@ -336,7 +339,7 @@ TEST(StaticCollection, UpdateOfOneItemChangesIt) {
 TEST(StaticCollectionRead, WithItemsAndCountKeys) {
     Model model(threeDevices(), namingLexicon());
     const Answer answer = model.run(READ, "/devices", "expand=2");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"href":"/devices","count":3,"members":[)"
                            R"({"href":"/devices/1","id":"1","name":"a","port":1},)"
                            R"({"href":"/devices/2","id":"2","name":"b","port":2},)"
@@ -346,7 +349,7 @@ TEST(StaticCollectionRead, WithItemsAndCountKeys) {
 TEST(StaticCollectionRead, WithoutItemsAndCountKeys) {
     Model model(threeDevices(), silentLexicon());
     const Answer answer = model.run(READ, "/devices", "expand=2");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body,
               R"([{"name":"a","port":1},{"name":"b","port":2},{"name":"c","port":3}])");
 }
@@ -415,7 +418,7 @@ constexpr const char* DEVICE_SCHEMA =
 TEST(StaticCollectionSchema, ModifiableCollectionHasMinAndMaxSizeOfItsItemCount) {
     Model model(threeDevices(ALL_METHODS));
     const Answer answer = model.run(SCHEMA, "/devices");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, std::string(R"({"type":"array","minSize":3,"maxSize":3,"items":)") +
                                DEVICE_SCHEMA + "}");
 }
@@ -442,7 +445,7 @@ TEST(StaticCollectionSchema, EmptyCollectionHasNoReferenceItemAndEmptyItems) {
     CollectionWalk walk(SCHEMA);
     EXPECT_EQ(devices->getSchemaReferenceItem(walk.ctx), nullptr);
     const Answer answer = model.run(SCHEMA, "/devices");
-    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.status, dme::result::DONE);
     EXPECT_EQ(answer.body, R"({"type":"array","fixedSize":0,"items":null})");
 }
 
@@ -494,11 +497,12 @@ TEST(StaticCollectionPolicy, WildcardConfigurationChangesOnlyTheNameMembers) {
     PathBrowser names("devices/+/name");
     model.root().configurePermissionPolicy(names, StaticPolicy(READ),
                                            PermissionPolicyHolder::DefaultPolicyReplacer());
-    EXPECT_EQ(model.run(UPDATE, "/devices/1/name", "", R"("x")").status, 6);
-    EXPECT_EQ(model.run(UPDATE, "/devices/2/name", "", R"("x")").status, 6);
-    EXPECT_EQ(model.run(UPDATE, "/devices/1/port", "", "7").status, 0);
-    EXPECT_EQ(model.run(UPDATE, "/devices/2/port", "", "8").status, 0);
-    EXPECT_EQ(model.run(UPDATE, "/devices/2", "", R"({"name":"x","port":9})").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/devices/1/name", "", R"("x")").status, dme::result::FORBIDDEN);
+    EXPECT_EQ(model.run(UPDATE, "/devices/2/name", "", R"("x")").status, dme::result::FORBIDDEN);
+    EXPECT_EQ(model.run(UPDATE, "/devices/1/port", "", "7").status, dme::result::DONE);
+    EXPECT_EQ(model.run(UPDATE, "/devices/2/port", "", "8").status, dme::result::DONE);
+    EXPECT_EQ(model.run(UPDATE, "/devices/2", "", R"({"name":"x","port":9})").status,
+              dme::result::DONE);
     EXPECT_EQ(model.run(READ, "/devices", "expand=2").body,
               R"({"href":"/devices","count":2,"members":[)"
               R"({"href":"/devices/1","id":"1","name":"a","port":7},)"
@@ -510,8 +514,8 @@ TEST(StaticCollectionPolicy, NumberedConfigurationChangesThatItemOnly) {
     PathBrowser name("devices/2/name");
     model.root().configurePermissionPolicy(name, StaticPolicy(READ),
                                            PermissionPolicyHolder::DefaultPolicyReplacer());
-    EXPECT_EQ(model.run(UPDATE, "/devices/1/name", "", R"("x")").status, 0);
-    EXPECT_EQ(model.run(UPDATE, "/devices/2/name", "", R"("x")").status, 6);
+    EXPECT_EQ(model.run(UPDATE, "/devices/1/name", "", R"("x")").status, dme::result::DONE);
+    EXPECT_EQ(model.run(UPDATE, "/devices/2/name", "", R"("x")").status, dme::result::FORBIDDEN);
 }
 
 TEST(StaticCollectionPolicy, ConfigurationOfAnIdWithoutDigitsReportsNotFound) {
@@ -521,7 +525,7 @@ TEST(StaticCollectionPolicy, ConfigurationOfAnIdWithoutDigitsReportsNotFound) {
     model.root().configurePermissionPolicy(name, StaticPolicy(READ),
                                            PermissionPolicyHolder::DefaultPolicyReplacer());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "\"x\" Not found (devices/x/name)\n");
-    EXPECT_EQ(model.run(UPDATE, "/devices/1/name", "", R"("x")").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/devices/1/name", "", R"("x")").status, dme::result::DONE);
 }
 
 // ---- Items with their own ids ----
@@ -542,7 +546,7 @@ TEST(StaticCollectionWithId, ReachesItemsByTheirOwnIds) {
     ThreeWithIds items;
     Model model(items.collection);
     EXPECT_EQ(model.run(READ, "/devices/three/name").body, R"("c")");
-    EXPECT_EQ(model.run(READ, "/devices/2").status, 3);
+    EXPECT_EQ(model.run(READ, "/devices/2").status, dme::result::NOT_FOUND);
 }
 
 TEST(StaticCollectionWithId, HiddenItemIsNotCountedListedOrReached) {
@@ -552,7 +556,7 @@ TEST(StaticCollectionWithId, HiddenItemIsNotCountedListedOrReached) {
     EXPECT_EQ(model.run(READ, "/devices", "select=name&expand=2").body,
               R"({"href":"/devices","count":2,"members":[)"
               R"({"href":"/devices/one","name":"a"},{"href":"/devices/three","name":"c"}]})");
-    EXPECT_EQ(model.run(READ, "/devices/two").status, 3);
+    EXPECT_EQ(model.run(READ, "/devices/two").status, dme::result::NOT_FOUND);
 }
 
 TEST(StaticCollectionWithId, AtSkipsHiddenItems) {
@@ -606,8 +610,9 @@ TEST(StaticCollectionWithId, PolicyConfigurationAddressesItemsByPosition) {
     PathBrowser name("devices/3/name");
     model.root().configurePermissionPolicy(name, StaticPolicy(READ),
                                            PermissionPolicyHolder::DefaultPolicyReplacer());
-    EXPECT_EQ(model.run(UPDATE, "/devices/three/name", "", R"("x")").status, 6);
-    EXPECT_EQ(model.run(UPDATE, "/devices/one/name", "", R"("x")").status, 0);
+    EXPECT_EQ(model.run(UPDATE, "/devices/three/name", "", R"("x")").status,
+              dme::result::FORBIDDEN);
+    EXPECT_EQ(model.run(UPDATE, "/devices/one/name", "", R"("x")").status, dme::result::DONE);
 }
 
 TEST(StaticCollectionWithId, SchemaDescribesTheFirstItemEvenWhenHidden) {

@@ -18,6 +18,7 @@
 #include "dme/exception.h"
 #include "dme/json.h"
 #include "dme/methods.h"
+#include "dme/result.h"
 #include "dme/session.h"
 
 namespace example {
@@ -241,12 +242,12 @@ TEST(GatewayTree, SelectLimitsTheMembersRead) {
 
 TEST(GatewayTree, AnonymousCallerMayNotRead) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("", dme::READ, "/system").status, 6);
+    EXPECT_EQ(gateway.run("", dme::READ, "/system").status, dme::result::FORBIDDEN);
 }
 
 TEST(GatewayTree, AnonymousCallerMayNotBrowseEvenForTheSchema) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("", dme::SCHEMA, "/system/hostname").status, 6);
+    EXPECT_EQ(gateway.run("", dme::SCHEMA, "/system/hostname").status, dme::result::FORBIDDEN);
 }
 
 TEST(GatewayTree, SchemaShowsTheLimitsOfAValue) {
@@ -266,13 +267,15 @@ TEST(GatewaySystem, AdminUpdatesTheHostname) {
 
 TEST(GatewaySystem, OperatorMayNotUpdateTheSystem) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("operator", dme::UPDATE, "/system/hostname", R"("x")").status, 6);
+    EXPECT_EQ(gateway.run("operator", dme::UPDATE, "/system/hostname", R"("x")").status,
+              dme::result::FORBIDDEN);
     EXPECT_THAT(gateway.read("/system/hostname"), Answers(0, R"("gateway")"));
 }
 
 TEST(GatewaySystem, GuestMayNotUpdateTheSystem) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("guest", dme::UPDATE, "/system/location", R"("attic")").status, 6);
+    EXPECT_EQ(gateway.run("guest", dme::UPDATE, "/system/location", R"("attic")").status,
+              dme::result::FORBIDDEN);
 }
 
 TEST(GatewaySystem, HostnameWithAnUnderscoreIsRefused) {
@@ -285,7 +288,8 @@ TEST(GatewaySystem, HostnameWithAnUnderscoreIsRefused) {
 
 TEST(GatewaySystem, HostnameEndingInAHyphenIsRefused) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/system/hostname", R"("gw-")").status, 10);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/system/hostname", R"("gw-")").status,
+              dme::result::INVALID_ARGUMENT);
 }
 
 TEST(GatewaySystem, EmptyHostnameIsTooShort) {
@@ -311,7 +315,8 @@ TEST(GatewaySystem, TimezoneOffsetGivenAsTextIsRefused) {
 
 TEST(GatewaySystem, FirmwareVersionIsReadOnly) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/system/firmwareVersion", R"("9")").status, 2);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/system/firmwareVersion", R"("9")").status,
+              dme::result::NOT_ALLOWED);
 }
 
 TEST(GatewaySystem, StructureUpdateChangesSeveralMembers) {
@@ -328,7 +333,8 @@ TEST(GatewaySystem, StructureUpdateChangesSeveralMembers) {
 
 TEST(GatewayLogLevel, IsUpdatedByName) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/system/logLevel", R"("debug")").status, 0);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/system/logLevel", R"("debug")").status,
+              dme::result::DONE);
     EXPECT_THAT(gateway.read("/system/logLevel"), Answers(0, R"("debug")"));
 }
 
@@ -363,13 +369,14 @@ TEST(GatewayReboot, WithoutBodyRecordsARequestedReboot) {
 
 TEST(GatewayReboot, OperatorMayNotReboot) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("operator", dme::CREATE, "/system/reboot").status, 6);
+    EXPECT_EQ(gateway.run("operator", dme::CREATE, "/system/reboot").status,
+              dme::result::FORBIDDEN);
     EXPECT_EQ(gateway.model().bootCount(), 1u);
 }
 
 TEST(GatewayReboot, GuestMayNotReboot) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("guest", dme::CREATE, "/system/reboot").status, 6);
+    EXPECT_EQ(gateway.run("guest", dme::CREATE, "/system/reboot").status, dme::result::FORBIDDEN);
     EXPECT_EQ(gateway.model().bootCount(), 1u);
 }
 
@@ -399,7 +406,7 @@ TEST(GatewayReboot, BodyThatIsNotAnObjectIsRefused) {
 
 TEST(GatewayReboot, CannotBeRead) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::READ, "/system/reboot").status, 2);
+    EXPECT_EQ(gateway.run("admin", dme::READ, "/system/reboot").status, dme::result::NOT_ALLOWED);
 }
 
 TEST(GatewayStatus, ShowsTheStateAtBoot) {
@@ -461,12 +468,13 @@ TEST(GatewayStatus, ObserverIsToldWhenTheApplicationSaysSo) {
 
 TEST(GatewayStatus, UnknownMemberIsNotFound) {
     Gateway gateway;
-    EXPECT_EQ(gateway.read("/status/temperature").status, 3);
+    EXPECT_EQ(gateway.read("/status/temperature").status, dme::result::NOT_FOUND);
 }
 
 TEST(GatewayStatus, CannotBeUpdated) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/status", R"({"uptime":0})").status, 2);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/status", R"({"uptime":0})").status,
+              dme::result::NOT_ALLOWED);
 }
 
 // Factory data from the file
@@ -488,22 +496,24 @@ TEST(GatewayFactory, NestedMemberIsReadByPath) {
 
 TEST(GatewayFactory, UnknownMemberIsNotFound) {
     Gateway gateway;
-    EXPECT_EQ(gateway.read("/factory/batch").status, 3);
+    EXPECT_EQ(gateway.read("/factory/batch").status, dme::result::NOT_FOUND);
 }
 
 TEST(GatewayFactory, AdminCannotChangeTheFile) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/factory/model", R"("X")").status, 8);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/factory/model", R"("X")").status,
+              dme::result::NOT_SUPPORTED);
 }
 
 TEST(GatewayFactory, GuestMayNotUpdateIt) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("guest", dme::UPDATE, "/factory/model", R"("X")").status, 6);
+    EXPECT_EQ(gateway.run("guest", dme::UPDATE, "/factory/model", R"("X")").status,
+              dme::result::FORBIDDEN);
 }
 
 TEST(GatewayFactory, MissingFileFailsTheRead) {
     Gateway gateway("/nonexistent/factory.json");
-    EXPECT_EQ(gateway.read("/factory").status, 1);
+    EXPECT_EQ(gateway.read("/factory").status, dme::result::FAILED);
 }
 
 // Labels, a dynamic flat structure
@@ -521,24 +531,27 @@ TEST(GatewayLabels, OneLabelIsReadByPath) {
 
 TEST(GatewayLabels, UnknownLabelIsNotFound) {
     Gateway gateway;
-    EXPECT_EQ(gateway.read("/labels/garage").status, 3);
+    EXPECT_EQ(gateway.read("/labels/garage").status, dme::result::NOT_FOUND);
 }
 
 TEST(GatewayLabels, AdminChangesOneLabel) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/labels/room", R"("kitchen")").status, 0);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/labels/room", R"("kitchen")").status,
+              dme::result::DONE);
     EXPECT_THAT(gateway.model().labels(), ElementsAre(Pair("floor", "1"), Pair("room", "kitchen")));
 }
 
 TEST(GatewayLabels, AdminReplacesAllLabels) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/labels", R"({"color":"white"})").status, 0);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/labels", R"({"color":"white"})").status,
+              dme::result::DONE);
     EXPECT_THAT(gateway.model().labels(), ElementsAre(Pair("color", "white")));
 }
 
 TEST(GatewayLabels, OperatorMayNotChangeThem) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("operator", dme::UPDATE, "/labels/room", R"("kitchen")").status, 6);
+    EXPECT_EQ(gateway.run("operator", dme::UPDATE, "/labels/room", R"("kitchen")").status,
+              dme::result::FORBIDDEN);
     EXPECT_THAT(gateway.model().labels(), ElementsAre(Pair("floor", "1"), Pair("room", "hallway")));
 }
 
@@ -563,7 +576,7 @@ TEST(GatewayInterfaces, ItemLinksToItsLowerLayers) {
 
 TEST(GatewayInterfaces, UnknownIdIsNotFound) {
     Gateway gateway;
-    EXPECT_EQ(gateway.read("/network/interfaces/dsl").status, 3);
+    EXPECT_EQ(gateway.read("/network/interfaces/dsl").status, dme::result::NOT_FOUND);
 }
 
 TEST(GatewayInterfaces, OperatorUpdatesTheMtu) {
@@ -587,7 +600,8 @@ TEST(GatewayInterfaces, OperatorUpdatesSeveralMembersOfAnInterface) {
 
 TEST(GatewayInterfaces, GuestMayNotUpdateAnInterface) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("guest", dme::UPDATE, "/network/interfaces/lan/mtu", "1400").status, 6);
+    EXPECT_EQ(gateway.run("guest", dme::UPDATE, "/network/interfaces/lan/mtu", "1400").status,
+              dme::result::FORBIDDEN);
 }
 
 TEST(GatewayInterfaces, MtuBelowItsMinimumIsRefused) {
@@ -692,7 +706,8 @@ TEST(GatewayExpandedLink, FollowsTheDefaultRoute) {
 
 TEST(GatewayExpandedLink, CannotBeUpdated) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/network/gateway", R"({"mtu":1400})").status, 2);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/network/gateway", R"({"mtu":1400})").status,
+              dme::result::NOT_ALLOWED);
 }
 
 // DNS servers, a static array
@@ -784,15 +799,17 @@ TEST(GatewayUsers, UnknownRoleIsRefused) {
 TEST(GatewayUsers, AdminDeletesAnAccount) {
     Gateway gateway;
     EXPECT_THAT(gateway.run("admin", dme::DELETE, "/users/2"), Answers(0, "null"));
-    EXPECT_EQ(gateway.read("/users/2").status, 3);
+    EXPECT_EQ(gateway.read("/users/2").status, dme::result::NOT_FOUND);
     EXPECT_EQ(gateway.read("/users").body,
               R"({"href":"/users","count":1,"members":[{"href":"/users/1"}]})");
 }
 
 TEST(GatewayUsers, AccountsAreLimitedToFour) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::CREATE, "/users", R"({"name":"carol"})").status, 0);
-    EXPECT_EQ(gateway.run("admin", dme::CREATE, "/users", R"({"name":"dan"})").status, 0);
+    EXPECT_EQ(gateway.run("admin", dme::CREATE, "/users", R"({"name":"carol"})").status,
+              dme::result::DONE);
+    EXPECT_EQ(gateway.run("admin", dme::CREATE, "/users", R"({"name":"dan"})").status,
+              dme::result::DONE);
     EXPECT_THAT(
         gateway.run("admin", dme::CREATE, "/users", R"({"name":"eve"})"),
         Answers(10, rejection(R"({"code":7,"message":)"
@@ -818,18 +835,19 @@ TEST(GatewayUsers, ReplacingAllAccountsStopsAtTheLimit) {
 
 TEST(GatewayUsers, OperatorMayNotCreateAnAccount) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("operator", dme::CREATE, "/users", CAROL).status, 6);
+    EXPECT_EQ(gateway.run("operator", dme::CREATE, "/users", CAROL).status, dme::result::FORBIDDEN);
 }
 
 TEST(GatewayUsers, GuestMayNotDeleteAnAccount) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("guest", dme::DELETE, "/users/1").status, 6);
-    EXPECT_EQ(gateway.read("/users/1").status, 0);
+    EXPECT_EQ(gateway.run("guest", dme::DELETE, "/users/1").status, dme::result::FORBIDDEN);
+    EXPECT_EQ(gateway.read("/users/1").status, dme::result::DONE);
 }
 
 TEST(GatewayUsers, AdminChangesARole) {
     Gateway gateway;
-    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/users/2/role", R"("admin")").status, 0);
+    EXPECT_EQ(gateway.run("admin", dme::UPDATE, "/users/2/role", R"("admin")").status,
+              dme::result::DONE);
     EXPECT_THAT(gateway.read("/users/2/role"), Answers(0, R"("admin")"));
 }
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "dme/result.h"
 #include "request.h"
 #include "test_nodes.h"
 
@@ -383,7 +384,7 @@ TEST_F(SubscribedTreeTest, OneChangeCallsTheReceiverOnceWithEveryId) {
     SerializationInfo body;
     body.addMember("value").setValue("new");
     Request update(UPDATE, "/a");
-    EXPECT_EQ(update.run(root_, body), 0);
+    EXPECT_EQ(update.run(root_, body), dme::result::DONE);
 }
 
 TEST_F(SubscribedTreeTest, UnsubscribingOneOfTwoIdsLeavesTheNodeObserved) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "dme/json.h"
+#include "dme/result.h"
 #include "request.h"
 #include "test_nodes.h"
 
@@ -101,7 +102,7 @@ TEST(ValueProcessTest, EmptyNextSegmentServesTheRequestAtThisNode) {
     TextLeaf leaf(R, "hello");
     grant(leaf, R);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"href":"/","value":"hello"})");
 }
 
@@ -111,7 +112,7 @@ TEST(ValueProcessTest, NextSegmentIsBrowsedToTheChild) {
     TextLeaf child(R, "x");
     root.add("a", child);
     Request request(READ, "/a");
-    EXPECT_EQ(request.run(root), 0);
+    EXPECT_EQ(request.run(root), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"href":"/a","value":"x"})");
 }
 
@@ -121,7 +122,7 @@ TEST(ValueProcessTest, BrowsingWithoutBrowseBitInAllowedMethodsYields2) {
     TextLeaf child(R, "x");
     root.add("a", child);
     Request request(READ, "/a");
-    EXPECT_EQ(request.run(root), 2);
+    EXPECT_EQ(request.run(root), dme::result::NOT_ALLOWED);
     EXPECT_THAT(child.calls(), IsEmpty());
 }
 
@@ -131,7 +132,7 @@ TEST(ValueProcessTest, BrowsingWithoutBrowseRightYields6) {
     TextLeaf child(R, "x");
     root.add("a", child);
     Request request(READ, "/a");
-    EXPECT_EQ(request.run(root), 6);
+    EXPECT_EQ(request.run(root), dme::result::FORBIDDEN);
     EXPECT_THAT(child.calls(), IsEmpty());
 }
 
@@ -139,7 +140,7 @@ TEST(ValueProcessTest, BrowseResultIsReturnedUnchanged) {
     BareValue leaf(R | B);
     grant(leaf, R | B);
     Request request(READ, "/x");
-    EXPECT_EQ(request.run(leaf), 4);
+    EXPECT_EQ(request.run(leaf), dme::result::NO_CHILDREN);
 }
 
 // ---- SCHEMA -----------------------------------------------------------------------------------
@@ -147,21 +148,21 @@ TEST(ValueProcessTest, BrowseResultIsReturnedUnchanged) {
 TEST(ValueSchemaTest, IsAnsweredWithEmptyAllowedMethodsAndNoRights) {
     BareValue node(0);
     Request request(SCHEMA, "/");
-    EXPECT_EQ(request.run(node), 0);
+    EXPECT_EQ(request.run(node), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"type":"unknown","readonly":true})");
 }
 
 TEST(ValueSchemaTest, ModifiableNodeHasNoReadOnlyMember) {
     BareValue node(U);
     Request request(SCHEMA, "/");
-    EXPECT_EQ(request.run(node), 0);
+    EXPECT_EQ(request.run(node), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"type":"unknown"})");
 }
 
 TEST(ValueSchemaTest, TypeWordComesFromGetType) {
     TextLeaf leaf(R);
     Request request(SCHEMA, "/");
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"type":"string","readonly":true})");
 }
 
@@ -185,14 +186,14 @@ TEST(ValueReadTest, WithoutResourcePathKeyWritesOnlyTheValue) {
     TextLeaf leaf(R, "hello");
     grant(leaf, R);
     Request request(READ, "/", "", test::bareLexicon());
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"value":"hello"})");
 }
 
 TEST(ValueReadTest, WithoutAnyRightYields6AndWritesNothing) {
     TextLeaf leaf(R, "hello");
     Request request(READ, "/");
-    EXPECT_EQ(request.run(leaf), 6);
+    EXPECT_EQ(request.run(leaf), dme::result::FORBIDDEN);
     EXPECT_EQ(json(request.out()), "null");
     EXPECT_THAT(leaf.calls(), IsEmpty());
 }
@@ -201,7 +202,7 @@ TEST(ValueReadTest, WithAnEmptyStaticPolicyYields6) {
     TextLeaf leaf(R, "hello");
     grant(leaf, 0);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(leaf), 6);
+    EXPECT_EQ(request.run(leaf), dme::result::FORBIDDEN);
 }
 
 TEST(ValueReadTest, UnexpandedNodeWithAnotherRightButNoReadRightIsListedByPathOnly) {
@@ -211,7 +212,7 @@ TEST(ValueReadTest, UnexpandedNodeWithAnotherRightButNoReadRightIsListedByPathOn
     grant(child, C);
     root.add("a", child);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(root), 0);
+    EXPECT_EQ(request.run(root), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"href":"/","a":{"href":"/a"}})");
     EXPECT_THAT(child.calls(), IsEmpty());
 }
@@ -223,7 +224,7 @@ TEST(ValueReadTest, UnexpandedNodeWithoutAnyRightIsLeftOut) {
     grant(child, 0);
     root.add("a", child);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(root), 0);
+    EXPECT_EQ(request.run(root), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"href":"/"})");
 }
 
@@ -231,7 +232,7 @@ TEST(ValueReadTest, RequestedNodeWithAnotherRightButNoReadRightIsListedByPathOnl
     TextLeaf leaf(R | C, "hello");
     grant(leaf, C);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"href":"/"})");
     EXPECT_THAT(leaf.calls(), IsEmpty());
 }
@@ -240,7 +241,7 @@ TEST(ValueReadTest, RightsWithoutReadAndWithoutResourcePathKeyYield6) {
     TextLeaf leaf(R | C, "hello");
     grant(leaf, C);
     Request request(READ, "/", "", test::bareLexicon());
-    EXPECT_EQ(request.run(leaf), 6);
+    EXPECT_EQ(request.run(leaf), dme::result::FORBIDDEN);
     EXPECT_THAT(leaf.calls(), IsEmpty());
 }
 
@@ -248,7 +249,7 @@ TEST(ValueReadTest, NodeThatDoesNotAllowReadYields2WithoutResourcePathKey) {
     TextLeaf leaf(U, "hello");
     grant(leaf, ALL);
     Request request(READ, "/", "", test::bareLexicon());
-    EXPECT_EQ(request.run(leaf), 2);
+    EXPECT_EQ(request.run(leaf), dme::result::NOT_ALLOWED);
 }
 
 TEST(ValueReadTest, UnexpandedNodeThatAllowsAnotherMethodIsListedByPath) {
@@ -273,14 +274,14 @@ TEST(ValueReadTest, ExpandedNodeWithoutReadOverrideYields8) {
     BareValue node(R);
     grant(node, R);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(node), 8);
+    EXPECT_EQ(request.run(node), dme::result::NOT_SUPPORTED);
 }
 
 TEST(ValueReadTest, AlwaysExpandedNodeIsReadWithoutPathMember) {
     TextLeaf leaf(R, "v", true);
     grant(leaf, R);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_EQ(json(request.out()), R"({"value":"v"})");
 }
 
@@ -288,7 +289,7 @@ TEST(ValueReadTest, AlwaysExpandedNodeWithoutReadRightYields6) {
     TextLeaf leaf(R | C, "v", true);
     grant(leaf, C);
     Request request(READ, "/");
-    EXPECT_EQ(request.run(leaf), 6);
+    EXPECT_EQ(request.run(leaf), dme::result::FORBIDDEN);
     EXPECT_EQ(json(request.out()), "null");
 }
 
@@ -302,7 +303,7 @@ class ExpansionTest : public ::testing::Test {
     std::string readRoot(Value& child, const std::string& query) {
         root_.add("a", child);
         Request request(READ, "/", query);
-        EXPECT_EQ(request.run(root_), 0);
+        EXPECT_EQ(request.run(root_), dme::result::DONE);
         return json(request.out());
     }
 
@@ -372,7 +373,7 @@ TEST(ValueWriteTest, CreateCallsCreate) {
     TextLeaf leaf(C);
     grant(leaf, C);
     Request request(CREATE, "/");
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_THAT(leaf.calls(), ElementsAre("create"));
 }
 
@@ -382,7 +383,7 @@ TEST(ValueWriteTest, UpdateCallsUpdateWithTheBody) {
     SerializationInfo body;
     body.addMember("value").setValue("new");
     Request request(UPDATE, "/");
-    EXPECT_EQ(request.run(leaf, body), 0);
+    EXPECT_EQ(request.run(leaf, body), dme::result::DONE);
     EXPECT_THAT(leaf.calls(), ElementsAre("update"));
     EXPECT_EQ(leaf.text(), "new");
 }
@@ -391,7 +392,7 @@ TEST(ValueWriteTest, DeleteCallsDestroy) {
     TextLeaf leaf(D);
     grant(leaf, D);
     Request request(DELETE, "/");
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_THAT(leaf.calls(), ElementsAre("destroy"));
 }
 
@@ -400,7 +401,7 @@ TEST(ValueWriteTest, MethodNotAllowedYields2) {
     grant(leaf, ALL);
     for (Method method : {CREATE, UPDATE, DELETE}) {
         Request request(method, "/");
-        EXPECT_EQ(request.run(leaf), 2) << method;
+        EXPECT_EQ(request.run(leaf), dme::result::NOT_ALLOWED) << method;
     }
     EXPECT_THAT(leaf.calls(), IsEmpty());
 }
@@ -410,7 +411,7 @@ TEST(ValueWriteTest, MethodWithoutRightYields6) {
     grant(leaf, R);
     for (Method method : {CREATE, UPDATE, DELETE}) {
         Request request(method, "/");
-        EXPECT_EQ(request.run(leaf), 6) << method;
+        EXPECT_EQ(request.run(leaf), dme::result::FORBIDDEN) << method;
     }
     EXPECT_THAT(leaf.calls(), IsEmpty());
 }
@@ -420,7 +421,7 @@ TEST(ValueWriteTest, OperationsNotOverriddenYield8) {
     grant(node, C | U | D);
     for (Method method : {CREATE, UPDATE, DELETE}) {
         Request request(method, "/");
-        EXPECT_EQ(request.run(node), 8) << method;
+        EXPECT_EQ(request.run(node), dme::result::NOT_SUPPORTED) << method;
     }
 }
 
@@ -428,7 +429,7 @@ TEST(ValueOtherMethodTest, UnknownMethodAllowedAndPermittedYields7) {
     TextLeaf leaf(ALL);
     grant(leaf, ALL);
     Request request(static_cast<Method>(C | R), "/");
-    EXPECT_EQ(request.run(leaf), 7);
+    EXPECT_EQ(request.run(leaf), dme::result::UNKNOWN_METHOD);
     EXPECT_THAT(leaf.calls(), IsEmpty());
 }
 
@@ -436,14 +437,14 @@ TEST(ValueOtherMethodTest, UnknownMethodNotAllowedYields2) {
     TextLeaf leaf(ALL);
     grant(leaf, ALL);
     Request request(static_cast<Method>(0x100), "/");
-    EXPECT_EQ(request.run(leaf), 2);
+    EXPECT_EQ(request.run(leaf), dme::result::NOT_ALLOWED);
 }
 
 TEST(ValueOtherMethodTest, UnknownMethodWithoutRightYields6) {
     TextLeaf leaf(ALL);
     grant(leaf, U);
     Request request(static_cast<Method>(C | R), "/");
-    EXPECT_EQ(request.run(leaf), 6);
+    EXPECT_EQ(request.run(leaf), dme::result::FORBIDDEN);
 }
 
 // ---- SUBSCRIBE and UNSUBSCRIBE dispatch -------------------------------------------------------
@@ -453,7 +454,7 @@ TEST(ValueSubscribeRequestTest, RequestedNodeRegistersTheTicketWithoutAllowanceC
     TextLeaf leaf(0);
     Request request(SUBSCRIBE, "/");
     addTicket(request.context(), receiver, 7);
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_THAT(leaf.calls(), ElementsAre("subscribeToValue"));
     ASSERT_NE(leaf.subscriberManager(), nullptr);
     ASSERT_EQ(leaf.subscriberManager()->subscribers().size(), 1u);
@@ -465,7 +466,7 @@ TEST(ValueSubscribeRequestTest, NodeThatCannotBeObservedYields8AndKeepsNoSubscri
     BareValue node(ALL);
     Request request(SUBSCRIBE, "/");
     addTicket(request.context(), receiver, 7);
-    EXPECT_EQ(request.run(node), 8);
+    EXPECT_EQ(request.run(node), dme::result::NOT_SUPPORTED);
     ASSERT_NE(node.subscriberManager(), nullptr);
     EXPECT_THAT(node.subscriberManager()->subscribers(), IsEmpty());
 }
@@ -513,7 +514,7 @@ TEST(ValueSubscribeRequestTest, UnsubscribeWithoutSubscriberManagerYields3) {
     grant(leaf, ALL);
     Request request(UNSUBSCRIBE, "/");
     addTicket(request.context(), receiver, 7);
-    EXPECT_EQ(request.run(leaf), 3);
+    EXPECT_EQ(request.run(leaf), dme::result::NOT_FOUND);
     EXPECT_THAT(leaf.calls(), IsEmpty());
 }
 
@@ -522,10 +523,10 @@ TEST(ValueSubscribeRequestTest, UnsubscribeReleasesTheNodeWithoutAllowanceCheck)
     TextLeaf leaf(0);
     Request subscribe(SUBSCRIBE, "/");
     addTicket(subscribe.context(), receiver, 7);
-    ASSERT_EQ(subscribe.run(leaf), 0);
+    ASSERT_EQ(subscribe.run(leaf), dme::result::DONE);
     Request unsubscribe(UNSUBSCRIBE, "/");
     addTicket(unsubscribe.context(), receiver, 7);
-    EXPECT_EQ(unsubscribe.run(leaf), 0);
+    EXPECT_EQ(unsubscribe.run(leaf), dme::result::DONE);
     EXPECT_THAT(leaf.calls(), ElementsAre("subscribeToValue", "unsubscribeToValue"));
     ASSERT_NE(leaf.subscriberManager(), nullptr);
     EXPECT_THAT(leaf.subscriberManager()->subscribers(), IsEmpty());
@@ -772,10 +773,10 @@ TEST(ValueDefaultsTest, RequestOperationsAreNotSupported) {
     BareValue node(ALL);
     auto ctx = contextFor(READ, "/");
     SerializationInfo in, out;
-    EXPECT_EQ(node.read(*ctx, in, out), 8);
-    EXPECT_EQ(node.update(*ctx, in, out), 8);
-    EXPECT_EQ(node.create(*ctx, in, out), 8);
-    EXPECT_EQ(node.destroy(*ctx, in, out), 8);
+    EXPECT_EQ(node.read(*ctx, in, out), dme::result::NOT_SUPPORTED);
+    EXPECT_EQ(node.update(*ctx, in, out), dme::result::NOT_SUPPORTED);
+    EXPECT_EQ(node.create(*ctx, in, out), dme::result::NOT_SUPPORTED);
+    EXPECT_EQ(node.destroy(*ctx, in, out), dme::result::NOT_SUPPORTED);
     EXPECT_EQ(node.subscribeToValue(*ctx), 8);
     EXPECT_EQ(node.unsubscribeToValue(*ctx), 8);
     EXPECT_EQ(json(out), "null");

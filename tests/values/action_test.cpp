@@ -135,14 +135,15 @@ TEST(ActionTest, BrowseAtTheRequestedNodeReturnsMinusOne) {
     RecordingAction action;
     test::Request request(CREATE, "/");
     SerializationInfo out;
-    EXPECT_EQ(action.browse(request.context(), SerializationInfo(), out), -1);
+    EXPECT_EQ(action.browse(request.context(), SerializationInfo(), out),
+              dme::result::PATH_ENDS_HERE);
 }
 
 TEST(ActionTest, BrowseWithASegmentLeftReturnsFour) {
     RecordingAction action;
     test::Request request(CREATE, "/x");
     SerializationInfo out;
-    EXPECT_EQ(action.browse(request.context(), SerializationInfo(), out), 4);
+    EXPECT_EQ(action.browse(request.context(), SerializationInfo(), out), dme::result::NO_CHILDREN);
 }
 
 TEST(ActionTest, CreateExecutesWithTheRequestsDocuments) {
@@ -200,8 +201,8 @@ TEST(ActionTest, CreateWithoutThePermissionIsForbidden) {
 TEST(ActionStubTest, ReturnsItsResultOnEveryCreate) {
     ActionStub stub(7);
     ActionTree tree(stub);
-    EXPECT_EQ(tree.run(CREATE), 7);
-    EXPECT_EQ(tree.run(CREATE), 7);
+    EXPECT_EQ(tree.run(CREATE), dme::result::UNKNOWN_METHOD);
+    EXPECT_EQ(tree.run(CREATE), dme::result::UNKNOWN_METHOD);
     EXPECT_EQ(stub.result(), 7);
 }
 
@@ -219,10 +220,10 @@ TEST(ActionStubTest, TheFirstExecutionRecordsTheActionsPath) {
 TEST(ActionStubTest, TheMessageKeepsThePathOfTheFirstExecution) {
     ActionStub stub(0);
     ActionTree first(stub, "reboot");
-    ASSERT_EQ(first.run(CREATE), 0);
+    ASSERT_EQ(first.run(CREATE), dme::result::DONE);
     ActionTree moved(stub, "restart");
     EXPECT_EQ(stub.path(), Path("/a/restart"));
-    EXPECT_EQ(moved.run(CREATE), 0);
+    EXPECT_EQ(moved.run(CREATE), dme::result::DONE);
     EXPECT_EQ(stub.message(), "Executed on path '/a/reboot'");
 }
 
@@ -230,21 +231,21 @@ TEST(ActionStubTest, AtTheRootTheMessageNamesTheRootPath) {
     ActionStub stub(0);
     test::attachRoot(stub);
     test::Request request(CREATE, "/");
-    EXPECT_EQ(request.run(stub), 0);
+    EXPECT_EQ(request.run(stub), dme::result::DONE);
     EXPECT_EQ(stub.message(), "Executed on path '/'");
 }
 
 TEST(ActionStubTest, AGivenMessageIsKept) {
     ActionStub stub("custom", 0);
     ActionTree tree(stub);
-    EXPECT_EQ(tree.run(CREATE), 0);
+    EXPECT_EQ(tree.run(CREATE), dme::result::DONE);
     EXPECT_EQ(stub.message(), "custom");
 }
 
 TEST(ActionStubTest, ExecutionIgnoresTheInputAndWritesNothing) {
     ActionStub stub(3);
     ActionTree tree(stub);
-    EXPECT_EQ(tree.run(CREATE, "{\"x\":1}"), 3);
+    EXPECT_EQ(tree.run(CREATE, "{\"x\":1}"), dme::result::NOT_FOUND);
     EXPECT_EQ(tree.answer, "null");
 }
 
@@ -548,7 +549,7 @@ TEST_F(ActionEngineTest, ACreateOfTheActionValueWithANumberGivesTheInvalidTypeDo
 }
 
 TEST_F(ActionEngineTest, ACreateOfTheStubAnswersItsStatus) {
-    EXPECT_EQ(execute(CREATE, "/a/reboot", "{}"), 7);
+    EXPECT_EQ(execute(CREATE, "/a/reboot", "{}"), dme::result::UNKNOWN_METHOD);
     EXPECT_EQ(answer, "null");
     EXPECT_EQ(reboot->message(), "Executed on path '/a/reboot'");
 }

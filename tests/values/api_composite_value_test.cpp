@@ -115,7 +115,7 @@ TEST(ApiCompositeValueTest, SetValueReturnsTheSettersResultUnchanged) {
 TEST(ApiCompositeValueTest, TheSetterReceivesTheValueWithoutValidation) {
     StatusSource source;
     ApiCompositeValue status(source.getter(), source.setter(), ALL, true);
-    EXPECT_EQ(store(status, "[\"not\",\"an\",\"object\"]"), 0);
+    EXPECT_EQ(store(status, "[\"not\",\"an\",\"object\"]"), dme::result::DONE);
     EXPECT_EQ(source.received, std::vector<std::string>{"[\"not\",\"an\",\"object\"]"});
 }
 

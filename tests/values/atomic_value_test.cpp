@@ -220,21 +220,22 @@ TEST(AtomicValueWalkTest, BrowseAtTheRequestedNodeReturnsMinusOne) {
     StaticAtomicValue<bool> leaf(true, READ_UPDATE);
     test::Request request(READ, "/");
     SerializationInfo out;
-    EXPECT_EQ(leaf.browse(request.context(), SerializationInfo(), out), -1);
+    EXPECT_EQ(leaf.browse(request.context(), SerializationInfo(), out),
+              dme::result::PATH_ENDS_HERE);
 }
 
 TEST(AtomicValueWalkTest, BrowseWithASegmentLeftReturnsFour) {
     StaticAtomicValue<bool> leaf(true, READ_UPDATE);
     test::Request request(READ, "/x");
     SerializationInfo out;
-    EXPECT_EQ(leaf.browse(request.context(), SerializationInfo(), out), 4);
+    EXPECT_EQ(leaf.browse(request.context(), SerializationInfo(), out), dme::result::NO_CHILDREN);
 }
 
 TEST(AtomicValueWalkTest, ReadWithASegmentLeftReturnsFourAndWritesNothing) {
     StaticAtomicValue<std::string> leaf("abc", READ_UPDATE);
     test::Request request(READ, "/x");
     SerializationInfo out;
-    EXPECT_EQ(leaf.read(request.context(), SerializationInfo(), out), 4);
+    EXPECT_EQ(leaf.read(request.context(), SerializationInfo(), out), dme::result::NO_CHILDREN);
     EXPECT_EQ(formatJson(out), "null");
 }
 
@@ -242,7 +243,7 @@ TEST(AtomicValueWalkTest, UpdateWithASegmentLeftReturnsFourAndChangesNothing) {
     StaticAtomicValue<int> leaf(7, READ_UPDATE);
     test::Request request(UPDATE, "/x");
     SerializationInfo out;
-    EXPECT_EQ(leaf.update(request.context(), parsed("9"), out), 4);
+    EXPECT_EQ(leaf.update(request.context(), parsed("9"), out), dme::result::NO_CHILDREN);
     EXPECT_EQ(stored(leaf), 7);
 }
 
@@ -250,7 +251,7 @@ TEST(AtomicValueWalkTest, ReadRequestBelowALeafIsRefusedWithTwo) {
     StaticAtomicValue<bool> leaf(true, AllowedMethods(0x1F));
     grantAll(leaf);
     test::Request request(READ, "/x");
-    EXPECT_EQ(request.run(leaf), 2);
+    EXPECT_EQ(request.run(leaf), dme::result::NOT_ALLOWED);
     EXPECT_EQ(formatJson(request.out()), "null");
 }
 
@@ -258,7 +259,7 @@ TEST(AtomicValueWalkTest, UpdateRequestBelowALeafIsRefusedWithTwo) {
     StaticAtomicValue<bool> leaf(false, AllowedMethods(0x1F));
     grantAll(leaf);
     test::Request request(UPDATE, "/x");
-    EXPECT_EQ(request.run(leaf, parsed("true")), 2);
+    EXPECT_EQ(request.run(leaf, parsed("true")), dme::result::NOT_ALLOWED);
     EXPECT_FALSE(stored(leaf));
 }
 
@@ -266,7 +267,7 @@ TEST(AtomicValueWalkTest, ReadThroughProcessWritesTheScalarIntoTheOutputItself) 
     StaticAtomicValue<int> leaf(-12, READ_ONLY);
     grantAll(leaf);
     test::Request request(READ, "/");
-    EXPECT_EQ(request.run(leaf), 0);
+    EXPECT_EQ(request.run(leaf), dme::result::DONE);
     EXPECT_EQ(formatJson(request.out()), "-12");
 }
 
@@ -279,13 +280,13 @@ TEST(BooleanValueTest, ReadWritesABoolean) {
 
 TEST(BooleanValueTest, UpdateStoresAJsonBoolean) {
     StaticAtomicValue<bool> leaf(true, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("false")), 0);
+    EXPECT_EQ(update(leaf, parsed("false")), dme::result::DONE);
     EXPECT_FALSE(stored(leaf));
 }
 
 TEST(BooleanValueTest, UpdateStoresANativeBoolean) {
     StaticAtomicValue<bool> leaf(false, READ_UPDATE);
-    EXPECT_EQ(update(leaf, native(true)), 0);
+    EXPECT_EQ(update(leaf, native(true)), dme::result::DONE);
     EXPECT_TRUE(stored(leaf));
 }
 
@@ -442,19 +443,19 @@ TEST(StringValueTest, ReadOfACodePointAboveTheUnicodeRangeYieldsTheEmptyText) {
 
 TEST(StringValueTest, UpdateEncodesAJsonTextAsUtf8) {
     StaticAtomicValue<std::string> leaf("", READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed(R"("x\u00e4")")), 0);
+    EXPECT_EQ(update(leaf, parsed(R"("x\u00e4")")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), "x\xc3\xa4");
 }
 
 TEST(StringValueTest, UpdateTakesAn8BitTextByteForByte) {
     StaticAtomicValue<std::string> leaf("", READ_UPDATE);
-    EXPECT_EQ(update(leaf, native(std::string("x\xc3\xa4"))), 0);
+    EXPECT_EQ(update(leaf, native(std::string("x\xc3\xa4"))), dme::result::DONE);
     EXPECT_EQ(stored(leaf), "x\xc3\xa4");
 }
 
 TEST(StringValueTest, TextOfExactlyTheMaximumLengthIsAccepted) {
     StaticAtomicValue<std::string> leaf("", READ_UPDATE, 0, 10, "");
-    EXPECT_EQ(update(leaf, parsed(R"("0123456789")")), 0);
+    EXPECT_EQ(update(leaf, parsed(R"("0123456789")")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), "0123456789");
 }
 
@@ -475,7 +476,7 @@ TEST(StringValueTest, LengthIsCountedInBytes) {
 TEST(StringValueTest, TwoArgumentConstructorAccepts65535Bytes) {
     StaticAtomicValue<std::string> leaf("", READ_UPDATE);
     const std::string text(65535, 'x');
-    EXPECT_EQ(update(leaf, native(text)), 0);
+    EXPECT_EQ(update(leaf, native(text)), dme::result::DONE);
     EXPECT_EQ(stored(leaf), text);
 }
 
@@ -489,7 +490,7 @@ TEST(StringValueTest, TwoArgumentConstructorRefuses65536Bytes) {
 
 TEST(StringValueTest, EmptyTextIsAcceptedWithMinimumLengthZero) {
     StaticAtomicValue<std::string> leaf("old", READ_UPDATE, 0, 10, "");
-    EXPECT_EQ(update(leaf, parsed(R"("")")), 0);
+    EXPECT_EQ(update(leaf, parsed(R"("")")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), "");
 }
 
@@ -509,7 +510,7 @@ TEST(StringValueTest, TextShorterThanTheMinimumNamesTheText) {
 
 TEST(StringValueTest, TextOfExactlyTheMinimumLengthIsAccepted) {
     StaticAtomicValue<std::string> leaf("old", READ_UPDATE, 2, 10, "");
-    EXPECT_EQ(update(leaf, parsed(R"("ab")")), 0);
+    EXPECT_EQ(update(leaf, parsed(R"("ab")")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), "ab");
 }
 
@@ -631,25 +632,25 @@ TYPED_TEST(IntegerValueTest, ReadWritesTheLowestValue) {
 
 TYPED_TEST(IntegerValueTest, UpdateAcceptsTheLowestJsonNumber) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed(Limits<TypeParam>::lowest)), 0);
+    EXPECT_EQ(update(leaf, parsed(Limits<TypeParam>::lowest)), dme::result::DONE);
     EXPECT_EQ(stored(leaf), std::numeric_limits<TypeParam>::lowest());
 }
 
 TYPED_TEST(IntegerValueTest, UpdateAcceptsTheHighestJsonNumber) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed(Limits<TypeParam>::highest)), 0);
+    EXPECT_EQ(update(leaf, parsed(Limits<TypeParam>::highest)), dme::result::DONE);
     EXPECT_EQ(stored(leaf), std::numeric_limits<TypeParam>::max());
 }
 
 TYPED_TEST(IntegerValueTest, UpdateAcceptsTheLowestNativeNumber) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, *nativeInteger(Limits<TypeParam>::lowest)), 0);
+    EXPECT_EQ(update(leaf, *nativeInteger(Limits<TypeParam>::lowest)), dme::result::DONE);
     EXPECT_EQ(stored(leaf), std::numeric_limits<TypeParam>::lowest());
 }
 
 TYPED_TEST(IntegerValueTest, UpdateAcceptsTheHighestNativeNumber) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, *nativeInteger(Limits<TypeParam>::highest)), 0);
+    EXPECT_EQ(update(leaf, *nativeInteger(Limits<TypeParam>::highest)), dme::result::DONE);
     EXPECT_EQ(stored(leaf), std::numeric_limits<TypeParam>::max());
 }
 
@@ -728,7 +729,7 @@ TYPED_TEST(IntegerValueTest, ObjectArrayNullAndEmptyInputAreInvalidType) {
 
 TYPED_TEST(IntegerValueTest, MinusZeroIsZero) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("-0")), 0);
+    EXPECT_EQ(update(leaf, parsed("-0")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), TypeParam(0));
 }
 
@@ -756,9 +757,9 @@ TYPED_TEST(IntegerValueTest, AtomicValueDefaultsAreTheTypeLimits) {
 
 TYPED_TEST(IntegerValueTest, BoundsOfTheNodeAreInclusive) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE, 2, 100);
-    EXPECT_EQ(update(leaf, parsed("2")), 0);
+    EXPECT_EQ(update(leaf, parsed("2")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), TypeParam(2));
-    EXPECT_EQ(update(leaf, parsed("100")), 0);
+    EXPECT_EQ(update(leaf, parsed("100")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), TypeParam(100));
 }
 
@@ -802,13 +803,13 @@ TEST(IntegerNodeTest, CharRefusesACharacter) {
 
 TEST(IntegerNodeTest, UnsignedAcceptsANonNegativeSignedNativeNumber) {
     StaticAtomicValue<unsigned int> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, native(5)), 0);
+    EXPECT_EQ(update(leaf, native(5)), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 5u);
 }
 
 TEST(IntegerNodeTest, NarrowNativeNumberIsWidened) {
     StaticAtomicValue<long long> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, native(static_cast<short>(-300))), 0);
+    EXPECT_EQ(update(leaf, native(static_cast<short>(-300))), dme::result::DONE);
     EXPECT_EQ(stored(leaf), -300);
 }
 
@@ -822,25 +823,25 @@ TYPED_TEST_SUITE(FloatingValueTest, FloatingTypes);
 
 TYPED_TEST(FloatingValueTest, UpdateAcceptsAJsonInteger) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("-3")), 0);
+    EXPECT_EQ(update(leaf, parsed("-3")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), -3);
 }
 
 TYPED_TEST(FloatingValueTest, UpdateAcceptsANativeInteger) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, native(12u)), 0);
+    EXPECT_EQ(update(leaf, native(12u)), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 12);
 }
 
 TYPED_TEST(FloatingValueTest, UpdateAcceptsAFraction) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("0.25")), 0);
+    EXPECT_EQ(update(leaf, parsed("0.25")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 0.25);
 }
 
 TYPED_TEST(FloatingValueTest, UpdateAcceptsAnExponent) {
     StaticAtomicValue<TypeParam> leaf(7, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("1.5e3")), 0);
+    EXPECT_EQ(update(leaf, parsed("1.5e3")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 1500);
 }
 
@@ -903,9 +904,9 @@ TYPED_TEST(FloatingValueTest, ValueAboveTheNodeMaximumIsRefused) {
 
 TYPED_TEST(FloatingValueTest, BoundsOfTheNodeAreInclusive) {
     StaticAtomicValue<TypeParam> leaf(0.5, READ_UPDATE, -1.5, 2.25);
-    EXPECT_EQ(update(leaf, parsed("-1.5")), 0);
+    EXPECT_EQ(update(leaf, parsed("-1.5")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), -1.5);
-    EXPECT_EQ(update(leaf, parsed("2.25")), 0);
+    EXPECT_EQ(update(leaf, parsed("2.25")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 2.25);
 }
 
@@ -938,9 +939,9 @@ TEST(FloatValueTest, SchemaCarriesTheFloatLimits) {
 
 TEST(FloatValueTest, LargestFloatAsWrittenByReadIsAccepted) {
     StaticAtomicValue<float> leaf(0, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("340282350000000000000000000000000000000")), 0);
+    EXPECT_EQ(update(leaf, parsed("340282350000000000000000000000000000000")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 3.40282346638528859811704183484516925440e+38f);
-    EXPECT_EQ(update(leaf, parsed("-3.4028235e38")), 0);
+    EXPECT_EQ(update(leaf, parsed("-3.4028235e38")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), -3.40282346638528859811704183484516925440e+38f);
 }
 
@@ -974,13 +975,13 @@ TEST(DoubleValueTest, SchemaCarriesTheDoubleLimits) {
 
 TEST(DoubleValueTest, LargestDoubleIsAccepted) {
     StaticAtomicValue<double> leaf(0, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("1.7976931348623157e308")), 0);
+    EXPECT_EQ(update(leaf, parsed("1.7976931348623157e308")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 1.7976931348623157e308);
 }
 
 TEST(DoubleValueTest, NumberBeyondFloatIsAccepted) {
     StaticAtomicValue<double> leaf(0, READ_UPDATE);
-    EXPECT_EQ(update(leaf, parsed("1e39")), 0);
+    EXPECT_EQ(update(leaf, parsed("1e39")), dme::result::DONE);
     EXPECT_EQ(stored(leaf), 1e39);
 }
 
@@ -1018,14 +1019,14 @@ TEST(AtomicValueUpdateTest, OtherExceptionsFromSetValuePassUnchanged) {
 TEST(AtomicValueUpdateTest, TheResultOfTheStoreIsNotLookedAt) {
     HeldValue<bool> leaf;
     leaf.storeResult = 8;
-    EXPECT_EQ(update(leaf, parsed("true")), 0);
+    EXPECT_EQ(update(leaf, parsed("true")), dme::result::DONE);
     EXPECT_TRUE(leaf.held);
 }
 
 TEST(AtomicValueUpdateTest, OutputIsNotWritten) {
     StaticAtomicValue<int> leaf(1, READ_UPDATE);
     LeafRequest request(UPDATE);
-    EXPECT_EQ(request.run(leaf, parsed("2")), 0);
+    EXPECT_EQ(request.run(leaf, parsed("2")), dme::result::DONE);
     EXPECT_EQ(formatJson(request.out()), "null");
 }
 
@@ -1042,7 +1043,7 @@ class UncheckedValue : public StaticAtomicValue<std::string> {
 
 TEST(AtomicValueUpdateTest, UpdateGoesThroughAnOverriddenUpdateValue) {
     UncheckedValue leaf;
-    EXPECT_EQ(update(leaf, parsed(R"("ab")")), 0);
+    EXPECT_EQ(update(leaf, parsed(R"("ab")")), dme::result::DONE);
     EXPECT_EQ(leaf.updates, 1);
     EXPECT_EQ(stored(leaf), "ab");
 }
@@ -1091,7 +1092,7 @@ TEST(StaticAtomicValueTest, UpdateRequestNotifiesTheObserver) {
     CountingObserver observer;
     test::Request request(READ, "/");
     leaf.subscribe(request.context(), observer);
-    EXPECT_EQ(update(leaf, parsed("true")), 0);
+    EXPECT_EQ(update(leaf, parsed("true")), dme::result::DONE);
     EXPECT_EQ(observer.changes, 1);
 }
 

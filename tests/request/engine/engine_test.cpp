@@ -17,6 +17,7 @@
 #include "application.h"
 #include "dme/json.h"
 #include "dme/policy.h"
+#include "dme/result.h"
 #include "leaf_nodes.h"
 #include "recorded_diagnostics.h"
 #include "request.h"
@@ -295,9 +296,10 @@ TEST_F(DataModelConstructionTest, TheRootPolicyDecidesForInheritingNodes) {
     SerializationInfo body;
     body.setValue("changed");
     SerializationInfo out;
-    EXPECT_EQ(engine.execute(dme::UPDATE, "/leaf", Arguments(), body, out), 6);
+    EXPECT_EQ(engine.execute(dme::UPDATE, "/leaf", Arguments(), body, out), dme::result::FORBIDDEN);
     EXPECT_EQ(leaf.updates(), 0);
-    EXPECT_EQ(engine.execute(dme::READ, "/leaf", Arguments(), SerializationInfo(), out), 0);
+    EXPECT_EQ(engine.execute(dme::READ, "/leaf", Arguments(), SerializationInfo(), out),
+              dme::result::DONE);
     EXPECT_EQ(formatJson(out), "\"hello\"");
 }
 
@@ -457,21 +459,21 @@ TEST(DataModelEngineLifeTest, LexiconAndDataModelAreTheModelsOwn) {
 TEST_F(EngineTest, ExecuteServesTheRequestFromTheTree) {
     DataModel model(root, lexicon(), ALL_METHODS);
     DataModelEngine engine(model, "execute");
-    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), 0);
+    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), dme::result::DONE);
     EXPECT_EQ(formatJson(out), "\"hello\"");
 }
 
 TEST_F(EngineTest, ExecuteReturnsTheTreesStatus) {
     DataModel model(root, lexicon(), ALL_METHODS);
     DataModelEngine engine(model, "execute");
-    EXPECT_EQ(execute(engine, dme::READ, "/nope"), 3);
+    EXPECT_EQ(execute(engine, dme::READ, "/nope"), dme::result::NOT_FOUND);
 }
 
 TEST_F(EngineTest, MethodZeroGives10AndLeavesOutUntouched) {
     DataModel model(root, lexicon(), ALL_METHODS);
     DataModelEngine engine(model, "invalid");
     out.addMember("kept").setValue(1);
-    EXPECT_EQ(execute(engine, static_cast<dme::Method>(0), "/leaf"), 10);
+    EXPECT_EQ(execute(engine, static_cast<dme::Method>(0), "/leaf"), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(formatJson(out), "{\"kept\":1}");
     EXPECT_EQ(leaf.reads(), 0);
 }
@@ -479,14 +481,15 @@ TEST_F(EngineTest, MethodZeroGives10AndLeavesOutUntouched) {
 TEST_F(EngineTest, AMethodOutsideTheMethodMaskGives10) {
     DataModel model(root, lexicon(), ALL_METHODS);
     DataModelEngine engine(model, "invalid");
-    EXPECT_EQ(execute(engine, static_cast<dme::Method>(0x10), "/leaf"), 10);
+    EXPECT_EQ(execute(engine, static_cast<dme::Method>(0x10), "/leaf"),
+              dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(leaf.reads(), 0);
 }
 
 TEST_F(EngineTest, TheFormWithoutRequestInfoRunsAsTheAnonymousUser) {
     DataModel model(root, lexicon(), ALL_METHODS);
     DataModelEngine engine(model, "anonymous");
-    EXPECT_EQ(execute(engine, dme::READ, "/probe"), 0);
+    EXPECT_EQ(execute(engine, dme::READ, "/probe"), dme::result::DONE);
     EXPECT_EQ(seenUser, "#unknown");
 }
 
@@ -494,7 +497,8 @@ TEST_F(EngineTest, TheFormWithRequestInfoRunsOnBehalfOfItsSession) {
     DataModel model(root, lexicon(), ALL_METHODS);
     DataModelEngine engine(model, "session");
     const RequestInfo alice(dme::SessionInfo(dme::UserInfo("alice", 7, {}), {}), {});
-    EXPECT_EQ(engine.execute(dme::READ, "/probe", Arguments(), alice, SerializationInfo(), out), 0);
+    EXPECT_EQ(engine.execute(dme::READ, "/probe", Arguments(), alice, SerializationInfo(), out),
+              dme::result::DONE);
     EXPECT_EQ(seenUser, "alice");
 }
 
@@ -522,7 +526,7 @@ TEST_F(EngineTest, HandlersRunAThenBBeforeTheRequestAndBThenAAfterIt) {
     RecordingHandler handlerB("B", log);
     DataModel model(root, lexicon(), ALL_METHODS, DataModel::ExtensionHandlers{handlerA, handlerB});
     DataModelEngine engine(model, "order");
-    EXPECT_EQ(execute(engine, dme::READ, "/nope"), 3);
+    EXPECT_EQ(execute(engine, dme::READ, "/nope"), dme::result::NOT_FOUND);
     EXPECT_EQ(log, (std::vector<std::string>{"A.init", "B.init", "A.preProcess", "B.preProcess",
                                              "B.postProcess(3)", "A.postProcess(3)"}));
 }
@@ -532,7 +536,7 @@ TEST_F(EngineTest, APreProcessResultDoesNotStopTheRequest) {
     handler.onPreProcess = [](Context&) { return 5; };
     DataModel model(root, lexicon(), ALL_METHODS, DataModel::ExtensionHandlers{handler});
     DataModelEngine engine(model, "preProcess");
-    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), 0);
+    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), dme::result::DONE);
     EXPECT_EQ(formatJson(out), "\"hello\"");
     EXPECT_EQ(leaf.reads(), 1);
 }
@@ -542,7 +546,7 @@ TEST_F(EngineTest, APostProcessResultDoesNotChangeTheStatus) {
     handler.onPostProcess = [](int) { return 5; };
     DataModel model(root, lexicon(), ALL_METHODS, DataModel::ExtensionHandlers{handler});
     DataModelEngine engine(model, "postProcess");
-    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), 0);
+    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), dme::result::DONE);
 }
 
 TEST_F(EngineTest, PreProcessThrowingInvalidArgumentGives10) {
@@ -550,7 +554,7 @@ TEST_F(EngineTest, PreProcessThrowingInvalidArgumentGives10) {
     handler.onPreProcess = [](Context&) -> int { throw std::invalid_argument("refused"); };
     DataModel model(root, lexicon(), ALL_METHODS, DataModel::ExtensionHandlers{handler});
     DataModelEngine engine(model, "preProcess");
-    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), 10);
+    EXPECT_EQ(execute(engine, dme::READ, "/leaf"), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(leaf.reads(), 0);
 }
 
@@ -581,7 +585,7 @@ TEST_F(EngineTest, AnUnclaimedStandardExceptionGives12AndATwoLineReport) {
     testing::internal::CaptureStderr();
     const int status = execute(engine, dme::READ, "/a/boom");
     const std::string report = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 12);
+    EXPECT_EQ(status, dme::result::UNHANDLED);
     EXPECT_EQ(report,
               "ERROR - Uncatched exception \"std::runtime_error\" in DME while processing "
               "request: READ \"/a/boom\" (in:\"/a/boom\")\n"
@@ -593,7 +597,7 @@ TEST_F(EngineTest, TheUnclaimedExceptionReportGoesToTheInstalledDiagnosticHandle
     DataModelEngine engine(model, "unclaimed");
     dme::test::RecordedDiagnostics recorded;
     testing::internal::CaptureStderr();
-    EXPECT_EQ(execute(engine, dme::READ, "/a/boom"), 12);
+    EXPECT_EQ(execute(engine, dme::READ, "/a/boom"), dme::result::UNHANDLED);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(recorded.reports,
               std::vector<std::string>{
@@ -608,7 +612,7 @@ TEST_F(EngineTest, TheReportNamesTheDynamicTypeOfTheException) {
     testing::internal::CaptureStderr();
     const int status = execute(engine, dme::READ, "/a/length");
     const std::string report = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 12);
+    EXPECT_EQ(status, dme::result::UNHANDLED);
     EXPECT_EQ(report,
               "ERROR - Uncatched exception \"std::length_error\" in DME while processing "
               "request: READ \"/a/length\" (in:\"/a/length\")\n"
@@ -622,7 +626,7 @@ TEST_F(EngineTest, AHandlerThatDeclinesLeaves12AndTheReport) {
     testing::internal::CaptureStderr();
     const int status = execute(engine, dme::READ, "/a/boom");
     const std::string report = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 12);
+    EXPECT_EQ(status, dme::result::UNHANDLED);
     EXPECT_EQ(report,
               "ERROR - Uncatched exception \"std::runtime_error\" in DME while processing "
               "request: READ \"/a/boom\" (in:\"/a/boom\")\n"
@@ -636,7 +640,7 @@ TEST_F(EngineTest, AClaimedExceptionGivesTheHandlersStatusWithoutReport) {
     testing::internal::CaptureStderr();
     const int status = execute(engine, dme::READ, "/a/boom");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(status, 7);
+    EXPECT_EQ(status, dme::result::UNKNOWN_METHOD);
 }
 
 TEST_F(EngineTest, AThrownIntGives1WithoutOutput) {
@@ -646,7 +650,7 @@ TEST_F(EngineTest, AThrownIntGives1WithoutOutput) {
     testing::internal::CaptureStderr();
     const int status = execute(engine, dme::READ, "/a/int");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(status, dme::result::FAILED);
     EXPECT_EQ(formatJson(out), "null");
 }
 
@@ -656,7 +660,7 @@ TEST_F(EngineTest, AnExceptionHandlerTurnsADmeExceptionIntoAStatusAndAnErrorDocu
     DataModelEngine engine(model, "errors");
     SerializationInfo body;
     body.setValue("abcdef");
-    EXPECT_EQ(execute(engine, dme::UPDATE, "/a/invalid", body), 10);
+    EXPECT_EQ(execute(engine, dme::UPDATE, "/a/invalid", body), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(formatJson(out), "{\"error\":\"String too long\",\"details\":[\"abcdef\",\"4\"]}");
 }
 
@@ -666,7 +670,7 @@ TEST_F(EngineTest, AnExceptionHandlerRegisteredOnTheModelLaterIsUsed) {
     model.registerExceptionHandler(handlerFor(typeid(dme::Exception), writeErrorDocument));
     SerializationInfo body;
     body.setValue("abcdef");
-    EXPECT_EQ(execute(engine, dme::UPDATE, "/a/invalid", body), 10);
+    EXPECT_EQ(execute(engine, dme::UPDATE, "/a/invalid", body), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(formatJson(out), "{\"error\":\"String too long\",\"details\":[\"abcdef\",\"4\"]}");
 }
 

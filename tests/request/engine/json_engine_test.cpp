@@ -12,6 +12,7 @@
 #include "dme/engine.h"
 #include "dme/json.h"
 #include "dme/policy.h"
+#include "dme/result.h"
 #include "dme/structure.h"
 #include "leaf_nodes.h"
 #include "recorded_diagnostics.h"
@@ -115,17 +116,17 @@ class JsonEngineTest : public testing::Test {
 };
 
 TEST_F(JsonEngineTest, TheBodyIsParsedIntoTheInput) {
-    EXPECT_EQ(execute(dme::UPDATE, "/probe", "{\"a\": [1, true]}"), 0);
+    EXPECT_EQ(execute(dme::UPDATE, "/probe", "{\"a\": [1, true]}"), dme::result::DONE);
     EXPECT_EQ(input, "{\"a\":[1,true]}");
 }
 
 TEST_F(JsonEngineTest, TheOutputIsFormattedIntoTheAnswer) {
-    EXPECT_EQ(execute(dme::READ, "/leaf", ""), 0);
+    EXPECT_EQ(execute(dme::READ, "/leaf", ""), dme::result::DONE);
     EXPECT_EQ(outBody, "\"hello\"");
 }
 
 TEST_F(JsonEngineTest, AnEmptyBodyExecutesWithAnEmptyInput) {
-    EXPECT_EQ(execute(dme::UPDATE, "/probe", ""), 0);
+    EXPECT_EQ(execute(dme::UPDATE, "/probe", ""), dme::result::DONE);
     EXPECT_EQ(probeCalls, 1);
     EXPECT_TRUE(inputWasEmpty);
 }
@@ -137,7 +138,7 @@ TEST_F(JsonEngineTest, ATruncatedBodyGives10AndADiagnosticAndIsNotExecuted) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "In JDM while deserializing inSi:\n"
               "invalid JSON at byte 1: expected a member name\n");
-    EXPECT_EQ(status, 10);
+    EXPECT_EQ(status, dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(outBody, "null");
     EXPECT_EQ(probeCalls, 0);
 }
@@ -145,7 +146,7 @@ TEST_F(JsonEngineTest, ATruncatedBodyGives10AndADiagnosticAndIsNotExecuted) {
 TEST_F(JsonEngineTest, TheDeserializingReportGoesToTheInstalledDiagnosticHandler) {
     dme::test::RecordedDiagnostics recorded;
     testing::internal::CaptureStderr();
-    EXPECT_EQ(execute(dme::UPDATE, "/probe", "{"), 10);
+    EXPECT_EQ(execute(dme::UPDATE, "/probe", "{"), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     ASSERT_EQ(recorded.reports.size(), 1u);
     EXPECT_EQ(recorded.reports[0].rfind("In JDM while deserializing inSi:\n", 0), 0u);
@@ -155,7 +156,7 @@ TEST_F(JsonEngineTest, TextThatIsNotJsonGives10AndChangesNothing) {
     testing::internal::CaptureStderr();
     const int status = execute(dme::UPDATE, "/leaf", "not json");
     const std::string report = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 10);
+    EXPECT_EQ(status, dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(report.rfind("In JDM while deserializing inSi:\n", 0), 0u) << report;
     EXPECT_EQ(outBody, "null");
     EXPECT_EQ(leaf.updates(), 0);
@@ -166,7 +167,7 @@ TEST_F(JsonEngineTest, TrailingTextAfterTheBodyGives10AndChangesNothing) {
     testing::internal::CaptureStderr();
     const int status = execute(dme::UPDATE, "/leaf", "\"changed\" trailing");
     const std::string report = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 10);
+    EXPECT_EQ(status, dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(report.rfind("In JDM while deserializing inSi:\n", 0), 0u) << report;
     EXPECT_EQ(leaf.updates(), 0);
     EXPECT_EQ(leaf.text(), "hello");
@@ -176,15 +177,17 @@ TEST_F(JsonEngineTest, AnObjectWithTrailingTextGives10) {
     testing::internal::CaptureStderr();
     const int status = execute(dme::UPDATE, "/probe", "{\"a\":1} trailing");
     testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 10);
+    EXPECT_EQ(status, dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(probeCalls, 0);
 }
 
 TEST_F(JsonEngineTest, CompactAndBeautifiedAnswersDifferOnlyInWhiteSpace) {
     std::string compact;
     std::string beautified;
-    EXPECT_EQ(engine.execute(dme::READ, "/doc", Arguments(), "", compact, false), 0);
-    EXPECT_EQ(engine.execute(dme::READ, "/doc", Arguments(), "", beautified, true), 0);
+    EXPECT_EQ(engine.execute(dme::READ, "/doc", Arguments(), "", compact, false),
+              dme::result::DONE);
+    EXPECT_EQ(engine.execute(dme::READ, "/doc", Arguments(), "", beautified, true),
+              dme::result::DONE);
     EXPECT_EQ(compact, "{\"href\":\"/doc\",\"x\":\"1\",\"y\":\"two words\"}");
     EXPECT_NE(beautified, compact);
     EXPECT_NE(beautified.find('\n'), std::string::npos);
@@ -203,24 +206,25 @@ TEST_F(JsonEngineTest, AFormattingFailureIsReportedAndLeavesAnswerAndStatus) {
 }
 
 TEST_F(JsonEngineTest, TheFormWithoutRequestInfoRunsAsTheAnonymousUser) {
-    EXPECT_EQ(execute(dme::READ, "/probe", ""), 0);
+    EXPECT_EQ(execute(dme::READ, "/probe", ""), dme::result::DONE);
     EXPECT_EQ(user, "#unknown");
 }
 
 TEST_F(JsonEngineTest, TheFormWithRequestInfoRunsOnBehalfOfItsSession) {
     const RequestInfo alice(dme::SessionInfo(dme::UserInfo("alice", 7, {}), {}), {});
-    EXPECT_EQ(engine.execute(dme::READ, "/probe", Arguments(), alice, "", outBody, false), 0);
+    EXPECT_EQ(engine.execute(dme::READ, "/probe", Arguments(), alice, "", outBody, false),
+              dme::result::DONE);
     EXPECT_EQ(user, "alice");
 }
 
 TEST_F(JsonEngineTest, AnInvalidMethodGives10AndAnEmptyAnswer) {
-    EXPECT_EQ(execute(static_cast<dme::Method>(0), "/probe", "{}"), 10);
+    EXPECT_EQ(execute(static_cast<dme::Method>(0), "/probe", "{}"), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(outBody, "null");
     EXPECT_EQ(probeCalls, 0);
 }
 
 TEST_F(JsonEngineTest, TheTreesStatusPassesThrough) {
-    EXPECT_EQ(execute(dme::READ, "/nope", ""), 3);
+    EXPECT_EQ(execute(dme::READ, "/nope", ""), dme::result::NOT_FOUND);
     EXPECT_EQ(outBody, "null");
 }
 
@@ -247,7 +251,7 @@ TEST_F(JsonEngineTest, ExtractJsonFromABadBodyGives10AndLeavesTheInput) {
     testing::internal::CaptureStderr();
     const int status = engine.extractJsonFromBody(inSi, "[1,2", outSi);
     const std::string report = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(status, 10);
+    EXPECT_EQ(status, dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(report.rfind("In JDM while deserializing inSi:\n", 0), 0u) << report;
     EXPECT_EQ(dme::formatJson(inSi), "{\"kept\":1}");
     EXPECT_TRUE(outSi.isNull());
@@ -267,7 +271,8 @@ TEST(JsonEngineLifeTest, AnEngineBuiltFromAPointerOwnsTheModel) {
     std::string answer;
     {
         JsonDataModelEngine engine(new DataModel(root, lexicon(), ALL_METHODS), "owner");
-        EXPECT_EQ(engine.execute(dme::READ, "/", Arguments(), "", answer, false), 0);
+        EXPECT_EQ(engine.execute(dme::READ, "/", Arguments(), "", answer, false),
+                  dme::result::DONE);
     }
     EXPECT_EQ(answer, "\"owned\"");
 }
@@ -278,7 +283,7 @@ TEST(JsonEngineLifeTest, AnEngineBuiltFromAReferenceLeavesTheModel) {
     std::string answer;
     { JsonDataModelEngine engine(model, "borrower"); }
     JsonDataModelEngine again(model, "again");
-    EXPECT_EQ(again.execute(dme::READ, "/", Arguments(), "", answer, false), 0);
+    EXPECT_EQ(again.execute(dme::READ, "/", Arguments(), "", answer, false), dme::result::DONE);
     EXPECT_EQ(answer, "\"borrowed\"");
 }
 
@@ -314,7 +319,7 @@ class EndToEndTest : public testing::Test {
 
     // The compact JSON answer of a READ of `uri`.
     std::string read(const std::string& uri, const std::string& query = "") {
-        EXPECT_EQ(execute(dme::READ, uri, "", query), 0) << uri;
+        EXPECT_EQ(execute(dme::READ, uri, "", query), dme::result::DONE) << uri;
         return answer;
     }
 
@@ -380,32 +385,34 @@ TEST_F(EndToEndTest, TheSelectArgumentKeepsTheNamedPropertiesOnly) {
 }
 
 TEST_F(EndToEndTest, AnUpdateOfALeafIsReadBack) {
-    EXPECT_EQ(execute(dme::UPDATE, "/name", "\"vara\""), 0);
+    EXPECT_EQ(execute(dme::UPDATE, "/name", "\"vara\""), dme::result::DONE);
     EXPECT_EQ(answer, "null");
     EXPECT_EQ(read("/name"), "\"vara\"");
 }
 
 TEST_F(EndToEndTest, AnUpdateOfAStructureChangesTheMembersGiven) {
-    EXPECT_EQ(execute(dme::UPDATE, "/", "{\"enabled\":false,\"name\":\"vara\"}"), 0);
+    EXPECT_EQ(execute(dme::UPDATE, "/", "{\"enabled\":false,\"name\":\"vara\"}"),
+              dme::result::DONE);
     EXPECT_EQ(read("/"),
               "{\"href\":\"/\",\"name\":\"vara\",\"enabled\":false,\"retries\":3,"
               "\"network\":{\"href\":\"/network\"}}");
 }
 
 TEST_F(EndToEndTest, AnUpdateSkipsUnknownAndReadOnlyMembers) {
-    EXPECT_EQ(execute(dme::UPDATE, "/network", "{\"unknown\":1,\"dns\":{},\"port\":8080}"), 0);
+    EXPECT_EQ(execute(dme::UPDATE, "/network", "{\"unknown\":1,\"dns\":{},\"port\":8080}"),
+              dme::result::DONE);
     EXPECT_EQ(read("/network", "expand=2"),
               "{\"href\":\"/network\",\"host\":\"localhost\",\"port\":8080,"
               "\"dns\":{\"href\":\"/network/dns\",\"primary\":\"10.0.0.1\"}}");
 }
 
 TEST_F(EndToEndTest, TheSchemaOfAStringLeaf) {
-    EXPECT_EQ(execute(dme::SCHEMA, "/name"), 0);
+    EXPECT_EQ(execute(dme::SCHEMA, "/name"), dme::result::DONE);
     EXPECT_EQ(answer, "{\"type\":\"string\",\"default\":\"\",\"minSize\":0,\"maxSize\":8}");
 }
 
 TEST_F(EndToEndTest, TheSchemaOfAStructureDescribesEveryMember) {
-    EXPECT_EQ(execute(dme::SCHEMA, "/network"), 0);
+    EXPECT_EQ(execute(dme::SCHEMA, "/network"), dme::result::DONE);
     EXPECT_EQ(answer,
               "{\"type\":\"object\",\"properties\":{"
               "\"host\":{\"type\":\"string\",\"default\":\"\",\"minSize\":0,\"maxSize\":65535},"
@@ -415,62 +422,63 @@ TEST_F(EndToEndTest, TheSchemaOfAStructureDescribesEveryMember) {
 }
 
 TEST_F(EndToEndTest, CreateAndDeleteAreRefusedWhereNotAllowed) {
-    EXPECT_EQ(execute(dme::CREATE, "/name", "\"x\""), 2);
-    EXPECT_EQ(execute(dme::DELETE, "/name"), 2);
+    EXPECT_EQ(execute(dme::CREATE, "/name", "\"x\""), dme::result::NOT_ALLOWED);
+    EXPECT_EQ(execute(dme::DELETE, "/name"), dme::result::NOT_ALLOWED);
     EXPECT_EQ(read("/name"), "\"dme\"");
 }
 
 TEST_F(EndToEndTest, CreateAndDeleteAreNotSupportedByAStructure) {
-    EXPECT_EQ(execute(dme::CREATE, "/network", "{\"port\":1}"), 8);
-    EXPECT_EQ(execute(dme::DELETE, "/network"), 8);
+    EXPECT_EQ(execute(dme::CREATE, "/network", "{\"port\":1}"), dme::result::NOT_SUPPORTED);
+    EXPECT_EQ(execute(dme::DELETE, "/network"), dme::result::NOT_SUPPORTED);
     EXPECT_EQ(read("/network/port"), "80");
 }
 
 TEST_F(EndToEndTest, AnUnknownMemberIsNotFound) {
-    EXPECT_EQ(execute(dme::READ, "/nope"), 3);
+    EXPECT_EQ(execute(dme::READ, "/nope"), dme::result::NOT_FOUND);
     EXPECT_EQ(answer, "null");
-    EXPECT_EQ(execute(dme::READ, "/network/nope"), 3);
+    EXPECT_EQ(execute(dme::READ, "/network/nope"), dme::result::NOT_FOUND);
 }
 
 TEST_F(EndToEndTest, APathBelowALeafIsNotAllowed) {
-    EXPECT_EQ(execute(dme::READ, "/name/x"), 2);
-    EXPECT_EQ(execute(dme::UPDATE, "/network/port/x", "1"), 2);
+    EXPECT_EQ(execute(dme::READ, "/name/x"), dme::result::NOT_ALLOWED);
+    EXPECT_EQ(execute(dme::UPDATE, "/network/port/x", "1"), dme::result::NOT_ALLOWED);
     EXPECT_EQ(read("/network/port"), "80");
 }
 
 TEST_F(EndToEndTest, ANodesOwnPolicyRefusesTheMethodsItLacks) {
-    EXPECT_EQ(execute(dme::UPDATE, "/network/host", "\"example.org\""), 6);
+    EXPECT_EQ(execute(dme::UPDATE, "/network/host", "\"example.org\""), dme::result::FORBIDDEN);
     EXPECT_EQ(read("/network/host"), "\"localhost\"");
 }
 
 TEST_F(EndToEndTest, AnInvalidMethodGives10) {
-    EXPECT_EQ(execute(static_cast<dme::Method>(0), "/"), 10);
+    EXPECT_EQ(execute(static_cast<dme::Method>(0), "/"), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(answer, "null");
 }
 
 TEST_F(EndToEndTest, AMethodThatIsNoneOfTheKnownOnesGives7) {
-    EXPECT_EQ(execute(static_cast<dme::Method>(dme::CREATE | dme::READ), "/"), 7);
+    EXPECT_EQ(execute(static_cast<dme::Method>(dme::CREATE | dme::READ), "/"),
+              dme::result::UNKNOWN_METHOD);
 }
 
 TEST_F(EndToEndTest, ATooLongTextIsRejectedWithAnErrorDocument) {
-    EXPECT_EQ(execute(dme::UPDATE, "/name", "\"abcdefghi\""), 10);
+    EXPECT_EQ(execute(dme::UPDATE, "/name", "\"abcdefghi\""), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(answer, "{\"error\":\"String too long\",\"details\":[\"abcdefghi\",\"8\"]}");
     EXPECT_EQ(read("/name"), "\"dme\"");
 }
 
 TEST_F(EndToEndTest, ATextOfTheMaximumLengthIsAccepted) {
-    EXPECT_EQ(execute(dme::UPDATE, "/name", "\"abcdefgh\""), 0);
+    EXPECT_EQ(execute(dme::UPDATE, "/name", "\"abcdefgh\""), dme::result::DONE);
     EXPECT_EQ(read("/name"), "\"abcdefgh\"");
 }
 
 TEST_F(EndToEndTest, AValueOfTheWrongTypeIsRejectedWithAnErrorDocument) {
-    EXPECT_EQ(execute(dme::UPDATE, "/enabled", "\"yes\""), 10);
+    EXPECT_EQ(execute(dme::UPDATE, "/enabled", "\"yes\""), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(answer, "{\"error\":\"Invalid type\",\"details\":[\"enabled\",\"boolean\"]}");
     EXPECT_EQ(read("/enabled"), "true");
 }
 
 TEST_F(EndToEndTest, ANumberAboveTheMaximumIsRejectedWithAnErrorDocument) {
-    EXPECT_EQ(execute(dme::UPDATE, "/network", "{\"port\":70000}"), 10);
+    EXPECT_EQ(execute(dme::UPDATE, "/network", "{\"port\":70000}"), dme::result::INVALID_ARGUMENT);
     EXPECT_EQ(answer, "{\"error\":\"Value above maximum\",\"details\":[\"port\",\"65535\"]}");
     EXPECT_EQ(read("/network/port"), "80");
 }
@@ -481,7 +489,7 @@ TEST_F(EndToEndTest, ASubscriberHearsOfChangesBelowTheSubscribedUri) {
                          ObserverOption::IMMEDIATE_NOTIFICATION),
         0);
     ASSERT_TRUE(observer.waitFor(1));
-    EXPECT_EQ(execute(dme::UPDATE, "/network/port", "8080"), 0);
+    EXPECT_EQ(execute(dme::UPDATE, "/network/port", "8080"), dme::result::DONE);
     ASSERT_TRUE(observer.waitFor(2));
     const auto notifications = observer.notifications();
     ASSERT_EQ(notifications.size(), 2u);
