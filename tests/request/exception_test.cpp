@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <stdexcept>
 #include <type_traits>
 #include <typeindex>
@@ -107,163 +108,86 @@ TEST(ExceptionTest, WhatIsFixedTextWhenCaughtAsStdException) {
     FAIL() << "no exception";
 }
 
-// ---- Throw helpers of value errors -------------------------------------------------------
+// ---- Throw helpers ----------------------------------------------------------------------
 
-TEST(ExceptionHelperTest, InvalidType) {
-    const Exception e = caught([] { Exception::throwInvalidType("a", "b"); });
-    EXPECT_EQ(idOf(e), 0u);
-    EXPECT_EQ(e.message, "Invalid type");
-    EXPECT_EQ(e.detail1, "a");
-    EXPECT_EQ(e.detail2, "b");
+// One throw helper: how it is called, and the error it must raise.
+struct HelperCase {
+    const char* name;
+    std::function<void()> thrower;
+    dme::Error::Id id;
+    const char* message;
+    const char* detail1;
+    const char* detail2;
+};
+
+void PrintTo(const HelperCase& helper, std::ostream* out) {
+    *out << helper.name;
 }
 
-TEST(ExceptionHelperTest, ValueBelowMin) {
-    const Exception e = caught([] { Exception::throwValueBelowMin("-3", "0"); });
-    EXPECT_EQ(idOf(e), 1u);
-    EXPECT_EQ(e.message, "Value below minimum");
-    EXPECT_EQ(e.detail1, "-3");
-    EXPECT_EQ(e.detail2, "0");
+class ExceptionHelperTest : public ::testing::TestWithParam<HelperCase> {};
+
+TEST_P(ExceptionHelperTest, RaisesItsIdMessageAndDetails) {
+    const HelperCase& helper = GetParam();
+    const Exception e = caught(helper.thrower);
+    EXPECT_EQ(e.id, helper.id);
+    EXPECT_EQ(e.message, helper.message);
+    EXPECT_EQ(e.detail1, helper.detail1);
+    EXPECT_EQ(e.detail2, helper.detail2);
 }
 
-TEST(ExceptionHelperTest, ValueAboveMax) {
-    const Exception e = caught([] { Exception::throwValueAboveMax("11", "10"); });
-    EXPECT_EQ(idOf(e), 2u);
-    EXPECT_EQ(e.message, "Value above maximum");
-    EXPECT_EQ(e.detail1, "11");
-    EXPECT_EQ(e.detail2, "10");
-}
-
-TEST(ExceptionHelperTest, StringInvalidFormat) {
-    const Exception e = caught([] { Exception::throwStringInvalidFormat("x y"); });
-    EXPECT_EQ(idOf(e), 3u);
-    EXPECT_EQ(e.message, "String invalid format");
-    EXPECT_EQ(e.detail1, "x y");
-    EXPECT_EQ(e.detail2, "");
-}
-
-TEST(ExceptionHelperTest, StringTooShortWritesLimitInDecimal) {
-    const Exception e = caught([] { Exception::throwStringTooShort("ab", 3); });
-    EXPECT_EQ(idOf(e), 4u);
-    EXPECT_EQ(e.message, "String too short");
-    EXPECT_EQ(e.detail1, "ab");
-    EXPECT_EQ(e.detail2, "3");
-}
-
-TEST(ExceptionHelperTest, StringTooLongWritesLimitInDecimal) {
-    const Exception e = caught([] { Exception::throwStringTooLong("abc", 2); });
-    EXPECT_EQ(idOf(e), 5u);
-    EXPECT_EQ(e.message, "String too long");
-    EXPECT_EQ(e.detail1, "abc");
-    EXPECT_EQ(e.detail2, "2");
-}
-
-TEST(ExceptionHelperTest, StringLengthLimitIsWrittenUnsigned) {
-    const Exception e = caught([] { Exception::throwStringTooLong("s", 4294967295u); });
-    EXPECT_EQ(e.detail2, "4294967295");
-}
-
-TEST(ExceptionHelperTest, InvalidIpAddress) {
-    const Exception e = caught([] { Exception::throwInvalidIpAddress("300.1.1.1"); });
-    EXPECT_EQ(idOf(e), 6u);
-    EXPECT_EQ(e.message, "Invalid IP address");
-    EXPECT_EQ(e.detail1, "300.1.1.1");
-    EXPECT_EQ(e.detail2, "");
-}
-
-TEST(ExceptionHelperTest, MaxSizeReached) {
-    const Exception e = caught([] { Exception::throwMaxSizeReached("/items"); });
-    EXPECT_EQ(idOf(e), 7u);
-    EXPECT_EQ(e.message, "The maximum number of items in the collection is reached");
-    EXPECT_EQ(e.detail1, "/items");
-    EXPECT_EQ(e.detail2, "");
-}
-
-TEST(ExceptionHelperTest, ValueOutOfRange) {
-    const Exception e = caught([] { Exception::throwValueOutOfRange("99"); });
-    EXPECT_EQ(idOf(e), 8u);
-    EXPECT_EQ(e.message, "Value out of range");
-    EXPECT_EQ(e.detail1, "99");
-    EXPECT_EQ(e.detail2, "");
-}
-
-TEST(ExceptionHelperTest, ValueNotInList) {
-    const Exception e = caught([] { Exception::throwValueNotInList("blue"); });
-    EXPECT_EQ(idOf(e), 9u);
-    EXPECT_EQ(e.message, "Value not in list");
-    EXPECT_EQ(e.detail1, "blue");
-    EXPECT_EQ(e.detail2, "");
-}
-
-TEST(ExceptionHelperTest, IndexOutOfBounds) {
-    const Exception e = caught([] { Exception::throwIndexOutOfBounds("5"); });
-    EXPECT_EQ(idOf(e), 10u);
-    EXPECT_EQ(e.message, "Index is out of the array bounds");
-    EXPECT_EQ(e.detail1, "5");
-    EXPECT_EQ(e.detail2, "");
-}
-
-// ---- Throw helpers of argument errors ----------------------------------------------------
-
-TEST(ExceptionHelperTest, ArgumentMalformedQuery) {
-    const Exception e = caught([] { Exception::throwArgumentMalformedQuery("=1"); });
-    EXPECT_EQ(idOf(e), 32u);
-    EXPECT_EQ(e.message, "Malformed query");
-    EXPECT_EQ(e.detail1, "=1");
-    EXPECT_EQ(e.detail2, "");
-}
-
-TEST(ExceptionHelperTest, ArgumentInvalidTypeDropsName) {
-    const Exception e =
-        caught([] { Exception::throwArgumentInvalidType("verbose", "yes", "boolean"); });
-    EXPECT_EQ(idOf(e), 33u);
-    EXPECT_EQ(e.message, "Argument invalid type");
-    EXPECT_EQ(e.detail1, "yes");
-    EXPECT_EQ(e.detail2, "boolean");
-}
-
-TEST(ExceptionHelperTest, ArgumentInvalidFormatDropsName) {
-    const Exception e =
-        caught([] { Exception::throwArgumentInvalidFormat("select", "a[", "a[b]"); });
-    EXPECT_EQ(idOf(e), 34u);
-    EXPECT_EQ(e.message, "Argument invalid format");
-    EXPECT_EQ(e.detail1, "a[");
-    EXPECT_EQ(e.detail2, "a[b]");
-}
-
-TEST(ExceptionHelperTest, ArgumentOutOfRangeDropsName) {
-    const Exception e = caught([] { Exception::throwArgumentOutOfRange("expand", "7", "0-5"); });
-    EXPECT_EQ(idOf(e), 35u);
-    EXPECT_EQ(e.message, "Argument out of range");
-    EXPECT_EQ(e.detail1, "7");
-    EXPECT_EQ(e.detail2, "0-5");
-}
-
-TEST(ExceptionHelperTest, ArgumentOutOfRangeWithEmptyRangeKeepsNameNowhere) {
-    const Exception e = caught([] { Exception::throwArgumentOutOfRange("expand", "-1", ""); });
-    EXPECT_EQ(idOf(e), 35u);
-    EXPECT_EQ(e.message, "Argument out of range");
-    EXPECT_EQ(e.detail1, "-1");
-    EXPECT_EQ(e.detail2, "");
-    EXPECT_EQ(e.message.find("expand"), std::string::npos);
-    EXPECT_EQ(e.detail1.find("expand"), std::string::npos);
-    EXPECT_EQ(e.detail2.find("expand"), std::string::npos);
-}
-
-TEST(ExceptionHelperTest, ArgumentNotSupportedOnResource) {
-    const Exception e = caught([] { Exception::throwArgumentNotSupportedOnResource("expand"); });
-    EXPECT_EQ(idOf(e), 36u);
-    EXPECT_EQ(e.message, "Argument not supported on resource");
-    EXPECT_EQ(e.detail1, "expand");
-    EXPECT_EQ(e.detail2, "");
-}
-
-TEST(ExceptionHelperTest, ArgumentNotSupported) {
-    const Exception e = caught([] { Exception::throwArgumentNotSupported("sort"); });
-    EXPECT_EQ(idOf(e), 37u);
-    EXPECT_EQ(e.message, "Argument not supported");
-    EXPECT_EQ(e.detail1, "sort");
-    EXPECT_EQ(e.detail2, "");
-}
+// The argument helpers take the argument's name first and keep it nowhere.
+INSTANTIATE_TEST_SUITE_P(
+    AllHelpers, ExceptionHelperTest,
+    ::testing::Values(
+        HelperCase{"InvalidType", [] { Exception::throwInvalidType("a", "b"); },
+                   dme::Error::INVALID_TYPE, "Invalid type", "a", "b"},
+        HelperCase{"ValueBelowMin", [] { Exception::throwValueBelowMin("-3", "0"); },
+                   dme::Error::VALUE_BELOW_MIN, "Value below minimum", "-3", "0"},
+        HelperCase{"ValueAboveMax", [] { Exception::throwValueAboveMax("11", "10"); },
+                   dme::Error::VALUE_ABOVE_MAX, "Value above maximum", "11", "10"},
+        HelperCase{"StringInvalidFormat", [] { Exception::throwStringInvalidFormat("x y"); },
+                   dme::Error::STRING_INVALID_FORMAT, "String invalid format", "x y", ""},
+        HelperCase{"StringTooShortWritesLimitInDecimal",
+                   [] { Exception::throwStringTooShort("ab", 3); }, dme::Error::STRING_TOO_SHORT,
+                   "String too short", "ab", "3"},
+        HelperCase{"StringTooLongWritesLimitInDecimal",
+                   [] { Exception::throwStringTooLong("abc", 2); }, dme::Error::STRING_TOO_LONG,
+                   "String too long", "abc", "2"},
+        HelperCase{"StringLengthLimitIsWrittenUnsigned",
+                   [] { Exception::throwStringTooLong("s", 4294967295u); },
+                   dme::Error::STRING_TOO_LONG, "String too long", "s", "4294967295"},
+        HelperCase{"InvalidIpAddress", [] { Exception::throwInvalidIpAddress("300.1.1.1"); },
+                   dme::Error::INVALID_IP_ADDRESS, "Invalid IP address", "300.1.1.1", ""},
+        HelperCase{"MaxSizeReached", [] { Exception::throwMaxSizeReached("/items"); },
+                   dme::Error::MAX_SIZE_REACHED,
+                   "The maximum number of items in the collection is reached", "/items", ""},
+        HelperCase{"ValueOutOfRange", [] { Exception::throwValueOutOfRange("99"); },
+                   dme::Error::VALUE_OUT_OF_RANGE, "Value out of range", "99", ""},
+        HelperCase{"ValueNotInList", [] { Exception::throwValueNotInList("blue"); },
+                   dme::Error::VALUE_NOT_IN_LIST, "Value not in list", "blue", ""},
+        HelperCase{"IndexOutOfBounds", [] { Exception::throwIndexOutOfBounds("5"); },
+                   dme::Error::INDEX_OUT_OF_BOUNDS, "Index is out of the array bounds", "5", ""},
+        HelperCase{"ArgumentMalformedQuery", [] { Exception::throwArgumentMalformedQuery("=1"); },
+                   dme::Error::ARGUMENT_MALFORMED_QUERY, "Malformed query", "=1", ""},
+        HelperCase{"ArgumentInvalidTypeDropsName",
+                   [] { Exception::throwArgumentInvalidType("verbose", "yes", "boolean"); },
+                   dme::Error::ARGUMENT_INVALID_TYPE, "Argument invalid type", "yes", "boolean"},
+        HelperCase{"ArgumentInvalidFormatDropsName",
+                   [] { Exception::throwArgumentInvalidFormat("select", "a[", "a[b]"); },
+                   dme::Error::ARGUMENT_INVALID_FORMAT, "Argument invalid format", "a[", "a[b]"},
+        HelperCase{"ArgumentOutOfRangeDropsName",
+                   [] { Exception::throwArgumentOutOfRange("expand", "7", "0-5"); },
+                   dme::Error::ARGUMENT_OUT_OF_RANGE, "Argument out of range", "7", "0-5"},
+        HelperCase{"ArgumentOutOfRangeWithEmptyRangeKeepsNameNowhere",
+                   [] { Exception::throwArgumentOutOfRange("expand", "-1", ""); },
+                   dme::Error::ARGUMENT_OUT_OF_RANGE, "Argument out of range", "-1", ""},
+        HelperCase{"ArgumentNotSupportedOnResource",
+                   [] { Exception::throwArgumentNotSupportedOnResource("expand"); },
+                   dme::Error::ARGUMENT_NOT_SUPPORTED_ON_RESOURCE,
+                   "Argument not supported on resource", "expand", ""},
+        HelperCase{"ArgumentNotSupported", [] { Exception::throwArgumentNotSupported("sort"); },
+                   dme::Error::ARGUMENT_NOT_SUPPORTED, "Argument not supported", "sort", ""}),
+    [](const ::testing::TestParamInfo<HelperCase>& info) { return info.param.name; });
 
 // ---- Exception handler table -------------------------------------------------------------
 
