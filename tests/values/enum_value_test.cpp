@@ -420,109 +420,85 @@ TEST(EnumValueTest, SerializeReadOnlyWritesReadOnlyThenTheEnumMember) {
 
 // ---- Subscriptions ------------------------------------------------------------------------
 
-TEST(EnumValueSubscriptionTest, ASubscriptionIsAttachedToTheNumbersNode) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
-    CountingObserver observer;
-    ModeRequest request;
-    ASSERT_EQ(mode.subscribe(request.context(), observer), result::DONE);
-    number.setValue(request.context(), 1);
-    EXPECT_EQ(observer.changes, 1);
-}
+// An enumeration over a number, two observers and a request to subscribe them with.
+class EnumValueSubscriptionTest : public testing::Test {
+  protected:
+    Context& ctx() { return request.context(); }
 
-TEST(EnumValueSubscriptionTest, TheEnumerationsOwnObserverSlotStaysEmpty) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
-    CountingObserver observer;
-    ASSERT_EQ(mode.subscribe(ModeRequest().context(), observer), result::DONE);
-    mode.notifyChange();
-    EXPECT_EQ(observer.changes, 0);
-}
-
-TEST(EnumValueSubscriptionTest, ASubscriptionThroughTheInterfaceIsForwardedToo) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
-    CountingObserver observer;
-    ModeRequest request;
-    ISubscribable& subscribable = mode;
-    ASSERT_EQ(subscribable.subscribe(request.context(), observer), result::DONE);
-    number.setValue(request.context(), 1);
-    EXPECT_EQ(observer.changes, 1);
-    ASSERT_EQ(subscribable.unsubscribe(request.context(), observer), result::DONE);
-    number.setValue(request.context(), 0);
-    EXPECT_EQ(observer.changes, 1);
-}
-
-TEST(EnumValueSubscriptionTest, ASecondSubscriptionThroughTheEnumerationThrows) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
+    StaticAtomicValue<unsigned int> number{0, RU};
+    EnumValue mode{OFF_ON, number, RU};
     CountingObserver first;
     CountingObserver second;
     ModeRequest request;
-    ASSERT_EQ(mode.subscribe(request.context(), first), result::DONE);
+};
+
+TEST_F(EnumValueSubscriptionTest, ASubscriptionIsAttachedToTheNumbersNode) {
+    ASSERT_EQ(mode.subscribe(ctx(), first), result::DONE);
+    number.setValue(ctx(), 1);
+    EXPECT_EQ(first.changes, 1);
+}
+
+TEST_F(EnumValueSubscriptionTest, TheEnumerationsOwnObserverSlotStaysEmpty) {
+    ASSERT_EQ(mode.subscribe(ctx(), first), result::DONE);
+    mode.notifyChange();
+    EXPECT_EQ(first.changes, 0);
+}
+
+TEST_F(EnumValueSubscriptionTest, ASubscriptionThroughTheInterfaceIsForwardedToo) {
+    ISubscribable& subscribable = mode;
+    ASSERT_EQ(subscribable.subscribe(ctx(), first), result::DONE);
+    number.setValue(ctx(), 1);
+    EXPECT_EQ(first.changes, 1);
+    ASSERT_EQ(subscribable.unsubscribe(ctx(), first), result::DONE);
+    number.setValue(ctx(), 0);
+    EXPECT_EQ(first.changes, 1);
+}
+
+TEST_F(EnumValueSubscriptionTest, ASecondSubscriptionThroughTheEnumerationThrows) {
+    ASSERT_EQ(mode.subscribe(ctx(), first), result::DONE);
     try {
-        mode.subscribe(request.context(), second);
+        mode.subscribe(ctx(), second);
         ADD_FAILURE() << "no std::runtime_error";
     } catch (const std::runtime_error& e) {
         EXPECT_STREQ(e.what(), "Attempt to subscribe twice to dme::Value /mode");
     }
-    number.setValue(request.context(), 1);
+    number.setValue(ctx(), 1);
     EXPECT_EQ(first.changes, 1);
     EXPECT_EQ(second.changes, 0);
 }
 
-TEST(EnumValueSubscriptionTest, ASubscriptionOnTheNumberAfterOneThroughTheEnumerationThrows) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
-    CountingObserver first;
-    CountingObserver second;
-    ModeRequest request;
-    ASSERT_EQ(mode.subscribe(request.context(), first), result::DONE);
-    EXPECT_THROW(number.subscribe(request.context(), second), std::runtime_error);
+TEST_F(EnumValueSubscriptionTest, ASubscriptionOnTheNumberAfterOneThroughTheEnumerationThrows) {
+    ASSERT_EQ(mode.subscribe(ctx(), first), result::DONE);
+    EXPECT_THROW(number.subscribe(ctx(), second), std::runtime_error);
 }
 
-TEST(EnumValueSubscriptionTest, ASubscriptionThroughTheEnumerationAfterOneOnTheNumberThrows) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
-    CountingObserver first;
-    CountingObserver second;
-    ModeRequest request;
-    ASSERT_EQ(number.subscribe(request.context(), first), result::DONE);
-    EXPECT_THROW(mode.subscribe(request.context(), second), std::runtime_error);
+TEST_F(EnumValueSubscriptionTest, ASubscriptionThroughTheEnumerationAfterOneOnTheNumberThrows) {
+    ASSERT_EQ(number.subscribe(ctx(), first), result::DONE);
+    EXPECT_THROW(mode.subscribe(ctx(), second), std::runtime_error);
 }
 
-TEST(EnumValueSubscriptionTest, UnsubscribingReleasesTheNumbersNode) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
-    CountingObserver first;
-    CountingObserver second;
-    ModeRequest request;
-    ASSERT_EQ(mode.subscribe(request.context(), first), result::DONE);
-    EXPECT_EQ(mode.unsubscribe(request.context(), first), result::DONE);
-    EXPECT_EQ(number.subscribe(request.context(), second), result::DONE);
-    number.setValue(request.context(), 1);
+TEST_F(EnumValueSubscriptionTest, UnsubscribingReleasesTheNumbersNode) {
+    ASSERT_EQ(mode.subscribe(ctx(), first), result::DONE);
+    EXPECT_EQ(mode.unsubscribe(ctx(), first), result::DONE);
+    EXPECT_EQ(number.subscribe(ctx(), second), result::DONE);
+    number.setValue(ctx(), 1);
     EXPECT_EQ(first.changes, 0);
     EXPECT_EQ(second.changes, 1);
 }
 
-TEST(EnumValueSubscriptionTest, UnsubscribingAnUnknownObserverThrowsAndKeepsTheAttachedOne) {
-    StaticAtomicValue<unsigned int> number(0, RU);
-    EnumValue mode(OFF_ON, number, RU);
-    CountingObserver attached;
-    CountingObserver stranger;
-    ModeRequest request;
-    ASSERT_EQ(mode.subscribe(request.context(), attached), result::DONE);
+TEST_F(EnumValueSubscriptionTest, UnsubscribingAnUnknownObserverThrowsAndKeepsTheAttachedOne) {
+    ASSERT_EQ(mode.subscribe(ctx(), first), result::DONE);
     try {
-        mode.unsubscribe(request.context(), stranger);
+        mode.unsubscribe(ctx(), second);
         ADD_FAILURE() << "no std::runtime_error";
     } catch (const std::runtime_error& e) {
         EXPECT_STREQ(e.what(), "Attempt to unsubscribe from unknown observer in dme::Value /mode");
     }
-    number.setValue(request.context(), 1);
-    EXPECT_EQ(attached.changes, 1);
+    number.setValue(ctx(), 1);
+    EXPECT_EQ(first.changes, 1);
 }
 
-TEST(EnumValueSubscriptionTest, ANumberThatCannotBeObservedRefusesWithEight) {
+TEST(EnumValuePlainNumberTest, ANumberThatCannotBeObservedRefusesWithEight) {
     // AtomicValue leaves subscribeToValue at Value's default, which refuses.
     class PlainNumber : public AtomicValue<unsigned int> {
       public:
