@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "../request/utf8.h"
 #include "dme/exception.h"
 #include "dme/result.h"
 
@@ -200,49 +201,6 @@ std::string readText(const SerializationInfo& si) {
     return cxxtools::Utf8Codec::encode(wide);
 }
 
-// The length of the UTF-8 sequence that `lead` starts, the payload bits of `lead` and the
-// smallest code point that needs that length; length 0 for a byte that cannot start a sequence.
-struct Utf8Lead {
-    std::size_t length;
-    unsigned long bits;
-    unsigned long smallest;
-};
-
-Utf8Lead utf8Lead(unsigned char lead) {
-    if (lead < 0x80) return Utf8Lead{1, lead, 0};
-    if (lead >= 0xC0 && lead <= 0xDF) return Utf8Lead{2, lead & 0x1Fu, 0x80};
-    if (lead >= 0xE0 && lead <= 0xEF) return Utf8Lead{3, lead & 0x0Fu, 0x800};
-    if (lead >= 0xF0 && lead <= 0xF7) return Utf8Lead{4, lead & 0x07u, 0x10000};
-    return Utf8Lead{0, 0, 0};
-}
-
-bool isAscii(const std::string& text) {
-    for (const char c : text) {
-        if (static_cast<unsigned char>(c) >= 0x80) return false;
-    }
-    return true;
-}
-
-// Whether `text` is well-formed UTF-8: no stray or missing continuation bytes, no overlong
-// forms, no surrogates, nothing above U+10FFFF. The codec lets some of these pass silently.
-bool isValidUtf8(const std::string& text) {
-    std::size_t i = 0;
-    while (i < text.size()) {
-        const Utf8Lead lead = utf8Lead(static_cast<unsigned char>(text[i]));
-        if (lead.length == 0 || text.size() - i < lead.length) return false;
-        unsigned long codePoint = lead.bits;
-        for (std::size_t k = 1; k < lead.length; ++k) {
-            const unsigned char next = static_cast<unsigned char>(text[i + k]);
-            if ((next & 0xC0u) != 0x80u) return false;
-            codePoint = (codePoint << 6) | (next & 0x3Fu);
-        }
-        if (codePoint < lead.smallest || codePoint > 0x10FFFF) return false;
-        if (codePoint >= 0xD800 && codePoint <= 0xDFFF) return false;
-        i += lead.length;
-    }
-    return true;
-}
-
 // The shortest decimal text that reads back as `value`.
 template <class T>
 std::string shortestText(T value, std::chars_format format) {
@@ -288,13 +246,13 @@ void serializeValue(const T& value, SerializationInfo& si) {
     if constexpr (std::is_same_v<T, std::string>) {
         // An ASCII text decodes to the same characters, which the formatter escapes alike in
         // both forms; the 8-bit form spares decoding it and writing it character by character.
-        if (isAscii(value)) {
+        if (utf8::isAscii(value)) {
             si.setValue(value);
             return;
         }
         try {
-            if (!isValidUtf8(value)) throw std::runtime_error("invalid UTF-8");
-            si.setValue(cxxtools::Utf8Codec::decode(value));
+            if (!utf8::isWellFormed(value)) throw std::runtime_error("invalid UTF-8");
+            si.setValue(utf8::toWide(value));
         } catch (const std::runtime_error&) {
             si.setValue(std::string());
         }

@@ -131,10 +131,21 @@ TEST(ParseJson, TypesOtherScalars) {
     EXPECT_TRUE(parseJson("1e3").isDouble());
     EXPECT_TRUE(parseJson("true").isBool());
     EXPECT_TRUE(parseJson("null").isNull());
-    EXPECT_TRUE(parseJson("\"5\"").isString());
     bool flag = true;
     parseJson("false").getValue(flag);
     EXPECT_FALSE(flag);
+}
+
+TEST(ParseJson, StoresAsciiTextAs8BitAndOtherTextWide) {
+    const SerializationInfo ascii = parseJson("\"5\"");
+    EXPECT_TRUE(ascii.isString8());
+    EXPECT_EQ(ascii.typeName(), "string");
+    const SerializationInfo wide = parseJson("\"cr\u00e8me\"");
+    EXPECT_TRUE(wide.isString());
+    EXPECT_EQ(wide.typeName(), "string");
+    cxxtools::String text;
+    wide.getValue(text);
+    EXPECT_EQ(text.size(), 5u);
 }
 
 TEST(ParseJson, KeepsMemberNamesAndOrder) {
@@ -189,16 +200,20 @@ TEST(FormatJson, RefusesAnUnnamedObjectInsideAnObject) {
     }
 }
 
-TEST(FormatJson, RefusesAnUnnamedArrayOrValueInsideAnObject) {
+TEST(FormatJson, WritesAnUnnamedArrayOrValueInsideAnObjectUnderTheEmptyName) {
     SerializationInfo withArray;
     withArray.setCategory(SerializationInfo::Object);
     withArray.addMember().setCategory(SerializationInfo::Array);
-    EXPECT_THROW(formatJson(withArray), std::logic_error);
+    EXPECT_EQ(formatJson(withArray), R"({"":[]})");
 
     SerializationInfo withValue;
     withValue.setCategory(SerializationInfo::Object);
     withValue.addMember().setValue(1);
-    EXPECT_THROW(formatJson(withValue), std::logic_error);
+    EXPECT_EQ(formatJson(withValue), R"({"":1})");
+}
+
+TEST(FormatJson, AnEmptyNameReadFromTextIsWrittenBack) {
+    EXPECT_EQ(formatJson(parseJson(R"({"":0,"a":{"":[1]}})")), R"({"":0,"a":{"":[1]}})");
 }
 
 TEST(FormatJson, WritesUnnamedElementsOfArrays) {
