@@ -151,7 +151,7 @@ valgrind: deps
 # errors and the service's memory, and fails on any error or on memory growth.
 FUZZ_BUILD_DIR ?= build-fuzz
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS := arguments path select engine
+FUZZ_TARGETS := arguments path select engine json
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 LOAD_SECONDS ?= 60
 LOAD_PACKAGES := libcurl4-openssl-dev pkg-config
