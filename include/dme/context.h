@@ -120,6 +120,17 @@ class Context {
     Customs customs_;
 };
 
+// The checking pass of an all-or-nothing UPDATE (DataModelEngine::setAllOrNothingUpdates): the
+// engine first runs the request with this custom object in the context, and only when that
+// pass succeeds runs it again to apply it. During the checking pass a node checks what it
+// would store, throwing or failing as the applying pass would, and stores nothing.
+class ValidationPass : public Context::ICustom {};
+
+// True while `ctx` runs the checking pass of an all-or-nothing UPDATE. A node of the
+// application's own that stores values (other than through AtomicValue::setValue, which the
+// library already holds back) must check this and store nothing while it is true.
+bool isValidationPass(const Context& ctx);
+
 // Scope guards for the walk, used by every node that steps the context itself (structures,
 // arrays, collections, actions, and an application's own container nodes): each undoes its step
 // when it goes out of scope, also when an exception passes, so that the context is left as it

@@ -151,11 +151,22 @@ class DataModelEngine {
     // Removes every subscription of `observer` and releases the nodes they observed.
     void unsubscribe(IDataModelObserver& observer);
 
+    // Off by default: an UPDATE is applied member by member, and one that fails part of the way
+    // leaves the members before the failure changed. On: every UPDATE runs twice, a checking
+    // pass (isValidationPass) in which nodes check the body and store nothing, and, only when
+    // that pass answers 0, the applying pass; a refused UPDATE answers the checking pass's
+    // result and document and changes nothing, so observers hear of no change. The checking
+    // pass also refuses a body that cannot be an object's (an array, a scalar) sent to a
+    // structure, with "Invalid type". Set it before requests run.
+    void setAllOrNothingUpdates(bool on) { allOrNothingUpdates_ = on; }
+    bool allOrNothingUpdates() const { return allOrNothingUpdates_; }
+
   private:
     void releaseInTree(const Notifier& notifier);
 
     std::unique_ptr<DataModel, std::function<void(DataModel*)>> dataModel_;
     std::unique_ptr<NotifierManager> notifierManager_;
+    bool allOrNothingUpdates_ = false;
 };
 
 // A DataModelEngine that speaks JSON text: it parses the request body, runs the request and

@@ -94,7 +94,10 @@ int Collection::read(Context& ctx, const SerializationInfo& in, SerializationInf
     return rc;
 }
 
+// Replaces every item. The items are created by the application's create(), which only the
+// applying pass of an all-or-nothing UPDATE runs.
 int Collection::update(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
+    if (isValidationPass(ctx)) return result::DONE;
     if (clear() != result::DONE) return result::FAILED;
     const SerializationInfo* list = findItemList(ctx, in);
     if (list == nullptr) return result::DONE;

@@ -114,4 +114,8 @@ void Context::decrementExpandLevel() {
     if (!expandLevels_.empty() && expandLevels_.back() > 0) --expandLevels_.back();
 }
 
+bool isValidationPass(const Context& ctx) {
+    return ctx.customs().find<ValidationPass>() != nullptr;
+}
+
 }  // namespace dme

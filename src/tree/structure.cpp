@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 
+#include "dme/exception.h"
 #include "dme/path.h"
 #include "dme/result.h"
 
@@ -60,7 +61,15 @@ int Structure::read(Context& ctx, const SerializationInfo& in, SerializationInfo
     return result::DONE;
 }
 
+// Member by member, as the body names them. In the checking pass of an all-or-nothing UPDATE a
+// body that cannot be an object's (an array, a scalar) is refused as a whole first.
 int Structure::update(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
+    if (isValidationPass(ctx) && (in.category() == SerializationInfo::Array ||
+                                  (in.category() == SerializationInfo::Value && !in.isNull()))) {
+        Exception::throwInvalidType(ctx.currentUri().empty() ? std::string("/")
+                                                             : ctx.currentUri().back().str(),
+                                    "object");
+    }
     for (const SerializationInfo& member : in) {
         members_.process(ctx, member, out, ConstHashString(member.name()));
     }
@@ -104,7 +113,10 @@ int CompositeValue::read(Context& ctx, const SerializationInfo&, SerializationIn
     return result::DONE;
 }
 
+// The application's setter decides what it accepts, so the checking pass of an all-or-nothing
+// UPDATE cannot check it and leaves it to the applying pass.
 int CompositeValue::update(Context& ctx, const SerializationInfo& in, SerializationInfo&) {
+    if (isValidationPass(ctx)) return result::DONE;
     return setValue(ctx, in);
 }
 

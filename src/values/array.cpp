@@ -216,6 +216,7 @@ int ArrayValue<T>::update(Context& ctx, const SerializationInfo& in, Serializati
     } catch (const std::range_error&) {
         Exception::throwValueOutOfRange(valueName(ctx));
     }
+    if (isValidationPass(ctx)) return result::DONE;
     return setValue(ctx, list);
 }
 

@@ -342,6 +342,7 @@ int AtomicValue<T>::update(Context& ctx, const SerializationInfo& in, Serializat
 template <class T>
 int AtomicValue<T>::updateValue(Context& ctx, const T& value) {
     validateValue(ctx, value);
+    if (isValidationPass(ctx)) return result::DONE;
     return setValue(ctx, value);
 }
 

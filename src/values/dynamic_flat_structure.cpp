@@ -103,6 +103,7 @@ int DynamicFlatStructure::update(Context& ctx, const SerializationInfo& in, Seri
         }
         map.emplace(member.name(), text);
     }
+    if (isValidationPass(ctx)) return result::DONE;
     setter_(map);
     return result::DONE;
 }

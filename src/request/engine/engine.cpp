@@ -61,6 +61,16 @@ int DataModelEngine::execute(Method method, const std::string& uri, const Argume
                              const RequestInfo& requestInfo, const cxxtools::SerializationInfo& in,
                              cxxtools::SerializationInfo& out) {
     try {
+        if (method == UPDATE && allOrNothingUpdates_) {
+            Context check(*lexicon(), method, uri, Arguments(arguments), requestInfo, false);
+            check.customs().add(std::make_shared<ValidationPass>());
+            cxxtools::SerializationInfo checked;
+            const int status = processRequest(dataModel_.get(), check, in, checked);
+            if (status != result::DONE) {
+                out.swap(checked);
+                return status;
+            }
+        }
         Context ctx(*lexicon(), method, uri, Arguments(arguments), requestInfo, false);
         return processRequest(dataModel_.get(), ctx, in, out);
     } catch (const std::invalid_argument&) {
