@@ -55,7 +55,8 @@ class EnumValue : public AtomicValue<std::string> {
     int unsubscribe(Context& ctx, ISubscribable::IObserver& observer) override;
     // The name of the current number, "" when no pair has it.
     std::string getValue(Context& ctx) override;
-    // Accepts every text: setValue checks the name.
+    // Accepts every text: setValue checks the name. In the checking pass of an all-or-nothing
+    // UPDATE (isValidationPass), which stores nothing, checks the name and its number instead.
     void validateValue(Context& ctx, const std::string& value) override;
     // Stores the number of the name `value` through the number's node's updateValue and returns
     // its result. Throws "Value not in list" for an unknown name; the number node's own

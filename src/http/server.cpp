@@ -418,8 +418,10 @@ class Server::Impl {
     unsigned short port_ = 0;
 };
 
-Server::Server(JsonDataModelEngine& engine, ServerOptions options)
-    : impl_(std::make_unique<Impl>(engine, std::move(options))) {}
+Server::Server(JsonDataModelEngine& engine, ServerOptions options) {
+    if (options.allOrNothingUpdates) engine.setAllOrNothingUpdates(true);
+    impl_ = std::make_unique<Impl>(engine, std::move(options));
+}
 
 Server::~Server() = default;
 

@@ -66,9 +66,8 @@ int Structure::read(Context& ctx, const SerializationInfo& in, SerializationInfo
 int Structure::update(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
     if (isValidationPass(ctx) && (in.category() == SerializationInfo::Array ||
                                   (in.category() == SerializationInfo::Value && !in.isNull()))) {
-        Exception::throwInvalidType(ctx.currentUri().empty() ? std::string("/")
-                                                             : ctx.currentUri().back().str(),
-                                    "object");
+        Exception::throwInvalidType(
+            ctx.currentUri().empty() ? std::string("/") : ctx.currentUri().back().str(), "object");
     }
     for (const SerializationInfo& member : in) {
         members_.process(ctx, member, out, ConstHashString(member.name()));

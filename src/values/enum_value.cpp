@@ -43,7 +43,11 @@ std::string EnumValue::getValue(Context& ctx) {
     return intToString(ctx, atomicValue_->getValue(ctx));
 }
 
-void EnumValue::validateValue(Context&, const std::string&) {}
+// The name is checked when it is stored (setValue). The checking pass of an all-or-nothing
+// UPDATE stores nothing, so there the name and the number it stands for are checked here.
+void EnumValue::validateValue(Context& ctx, const std::string& value) {
+    if (isValidationPass(ctx)) atomicValue_->updateValue(ctx, stringToInt(ctx, value));
+}
 
 int EnumValue::setValue(Context& ctx, const std::string& value) {
     const unsigned int number = stringToInt(ctx, value);

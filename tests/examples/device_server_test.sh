@@ -66,6 +66,12 @@ check malformed-json 400 '"error"' "${admin[@]}" -X PUT --data '{"hostname":' "$
 check malformed-query 400 '"message":"Malformed query"' "${guest[@]}" "$base/system?a=%zz"
 check too-large 413 '' "${admin[@]}" -X PUT -H 'Content-Type: application/json' \
     --data-binary @<(head -c 1100000 /dev/zero | tr '\0' ' ') "$base/system/hostname"
+# Writes are all-or-nothing: a body with one good and one bad member changes nothing, and a body
+# that cannot be an object's is refused as a whole.
+check half-bad-update 400 '"message":"Value not in list"' "${admin[@]}" -X PUT \
+    --data '{"hostname":"half","logLevel":"bogus"}' "$base/system"
+check array-to-structure 400 '"message":"Invalid type"' "${admin[@]}" -X PUT --data '["asd"]' \
+    "$base/system"
 check unchanged-after-bad-input 200 '^"vara"$' "${guest[@]}" "$base/system/hostname"
 check mtu-unchanged 200 '^1400$' "${guest[@]}" "$base/network/interfaces/lan/mtu"
 

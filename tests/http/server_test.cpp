@@ -47,15 +47,25 @@ TEST_F(HttpServerTest, GetCallsRead) {
     EXPECT_THAT(leafCalls(), ElementsAre("read"));
 }
 
-TEST_F(HttpServerTest, PutCallsUpdate) {
+// Updates are all-or-nothing by default: the node's update runs in the checking pass, then in
+// the applying pass.
+TEST_F(HttpServerTest, PutCallsUpdateInBothPasses) {
     start();
     EXPECT_EQ(200, httpRequest("PUT", url("/api/leaf"), R"({"value":"u"})").status);
-    EXPECT_THAT(leafCalls(), ElementsAre("update"));
+    EXPECT_THAT(leafCalls(), ElementsAre("update", "update"));
 }
 
-TEST_F(HttpServerTest, PatchCallsUpdate) {
+TEST_F(HttpServerTest, PatchCallsUpdateInBothPasses) {
     start();
     EXPECT_EQ(200, httpRequest("PATCH", url("/api/leaf"), R"({"value":"p"})").status);
+    EXPECT_THAT(leafCalls(), ElementsAre("update", "update"));
+}
+
+TEST_F(HttpServerTest, WithoutAllOrNothingUpdatesUpdateRunsOnce) {
+    http::ServerOptions options = baseOptions();
+    options.allOrNothingUpdates = false;
+    start(options);
+    EXPECT_EQ(200, httpRequest("PUT", url("/api/leaf"), R"({"value":"u"})").status);
     EXPECT_THAT(leafCalls(), ElementsAre("update"));
 }
 

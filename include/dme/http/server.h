@@ -82,6 +82,10 @@ struct ServerOptions {
     std::chrono::milliseconds heartbeatInterval{15000};
     // Whether JSON answers are indented (event data never is).
     bool beautify = false;
+    // Whether a PUT or PATCH that fails changes nothing: the server turns the engine's
+    // all-or-nothing updates on (DataModelEngine::setAllOrNothingUpdates). When false, the
+    // engine is left as the application set it.
+    bool allOrNothingUpdates = true;
 };
 
 // Serves one JsonDataModelEngine over HTTP/1.1.
