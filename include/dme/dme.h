@@ -28,6 +28,7 @@
 #include "dme/policy.h"
 #include "dme/policy_tester.h"
 #include "dme/result.h"
+#include "dme/saved_configuration.h"
 #include "dme/select.h"
 #include "dme/session.h"
 #include "dme/smart_pointer.h"
