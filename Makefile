@@ -34,11 +34,13 @@ PREFIX ?=
 install: build
 	DESTDIR=$(DESTDIR) cmake --install $(BUILD_DIR) $(if $(PREFIX),--prefix $(PREFIX))
 
-# `make demo`: the example gateway served over HTTP in the foreground (PORT=NNNN to move it).
+# `make demo`: the example gateway served over HTTP in the foreground (PORT=NNNN to move it),
+# its configuration kept in $(BUILD_DIR)/demo-state across restarts.
 PORT ?= 8080
 demo: configure
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target dme-device-server
-	$(BUILD_DIR)/dme-device-server --port $(PORT)
+	mkdir -p $(BUILD_DIR)/demo-state
+	$(BUILD_DIR)/dme-device-server --port $(PORT) --state-dir $(BUILD_DIR)/demo-state
 
 bench: deps
 	@./scripts/install-deps.sh $(BENCH_PACKAGES)

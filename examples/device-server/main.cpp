@@ -1,6 +1,7 @@
 // dme-device-server: serves the example gateway model (docs/example.md) over HTTP.
 //
-//     dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE]
+//     dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE] [--state-dir DIR]
+//                       [--state-interval MS]
 //
 // Listens on 127.0.0.1:8080 unless told otherwise (the PORT environment variable also sets the
 // port). Users authenticate with HTTP Basic: guest, operator and admin, each with its own name
@@ -12,20 +13,26 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "device_model.h"
 #include "dme/engine.h"
 #include "dme/http/server.h"
+#include "dme/saved_configuration.h"
 
 namespace {
 
 constexpr const char* USAGE =
-    "usage: dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE]\n"
-    "  --bind ADDRESS  address to listen on (default 127.0.0.1)\n"
-    "  --port PORT     port to listen on (default $PORT, else 8080; 0 picks a free one)\n"
-    "  --factory FILE  the JSON file shown under /factory (default: the shipped one)\n";
+    "usage: dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE] [--state-dir DIR]\n"
+    "                         [--state-interval MS]\n"
+    "  --bind ADDRESS        address to listen on (default 127.0.0.1)\n"
+    "  --port PORT           port to listen on (default $PORT, else 8080; 0 picks a free one)\n"
+    "  --factory FILE        the JSON file shown under /factory (default: the shipped one)\n"
+    "  --state-dir DIR       keep the gateway's configuration in DIR/configuration.json\n"
+    "  --state-interval MS   least time between two writes of it (default 1000)\n";
 
 // How often observers of /status are told that the simulated counters moved.
 constexpr std::chrono::seconds STATUS_PERIOD{5};
@@ -34,7 +41,18 @@ struct Options {
     std::string bindAddress = "127.0.0.1";
     unsigned short port = 8080;
     std::string factoryFile = DME_DEVICE_FACTORY_DEFAULT;
+    std::string stateDirectory;
+    std::chrono::milliseconds stateInterval{1000};
 };
+
+// The parts of the gateway whose writable values are kept in the state directory.
+const std::vector<std::string> SAVED_SUBTREES = {"/system",
+                                                 "/labels",
+                                                 "/network/interfaces/wan",
+                                                 "/network/interfaces/lan",
+                                                 "/network/interfaces/wlan",
+                                                 "/network/defaultRoute",
+                                                 "/network/dnsServers"};
 
 unsigned short parsePort(const std::string& text) {
     std::size_t used = 0;
@@ -58,6 +76,10 @@ Options parseOptions(int argc, char** argv) {
             options.port = parsePort(value);
         } else if (option == "--factory") {
             options.factoryFile = value;
+        } else if (option == "--state-dir") {
+            options.stateDirectory = value;
+        } else if (option == "--state-interval") {
+            options.stateInterval = std::chrono::milliseconds(std::stoul(value));
         } else {
             throw std::invalid_argument(option);
         }
@@ -111,6 +133,20 @@ int main(int argc, char** argv) {
         serverOptions.authenticator = authenticate;
         serverOptions.realm = "gateway";
         dme::http::Server server(engine, serverOptions);
+        const dme::RequestInfo administrator(*example::builtInSession("admin"), {});
+        std::unique_ptr<dme::SavedConfiguration> saved;
+        if (!options.stateDirectory.empty()) {
+            saved = std::make_unique<dme::SavedConfiguration>(
+                engine, server.engineMutex(),
+                dme::SavedConfiguration::Options{options.stateDirectory + "/configuration.json",
+                                                 SAVED_SUBTREES, options.stateInterval,
+                                                 &administrator});
+            for (const std::string& problem : saved->restore()) {
+                std::cerr << "dme-device-server: " << problem << std::endl;
+            }
+            saved->flush();
+            saved->start();
+        }
         server.start();
         std::cout << "dme-device-server: serving the example gateway on http://"
                   << options.bindAddress << ":" << server.port() << "/api\n"
@@ -120,6 +156,7 @@ int main(int argc, char** argv) {
                   << "  stop with Ctrl-C" << std::endl;
         serveUntilStopped(signals, model, server);
         server.stop();
+        if (saved) saved->stop();
         std::cout << "dme-device-server: stopped" << std::endl;
         return 0;
     } catch (const std::exception& e) {
