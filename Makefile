@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 PACKAGES := cmake g++ make pkg-config libcxxtools-dev libgtest-dev libgmock-dev \
-    libmicrohttpd-dev libcurl4-openssl-dev curl
+    libmicrohttpd-dev libcurl4-openssl-dev curl openssl
 
 # `make bench`: the benchmarks, built in Release in their own directory; never run by `make test`.
 BENCH_DIR ?= build-bench

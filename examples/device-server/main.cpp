@@ -1,7 +1,7 @@
 // dme-device-server: serves the example gateway model (docs/example.md) over HTTP.
 //
 //     dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE] [--state-dir DIR]
-//                       [--state-interval MS]
+//                       [--state-interval MS] [--tls-cert FILE --tls-key FILE]
 //
 // Listens on 127.0.0.1:8080 unless told otherwise (the PORT environment variable also sets the
 // port). Users authenticate with HTTP Basic: guest, operator and admin, each with its own name
@@ -32,7 +32,9 @@ constexpr const char* USAGE =
     "  --port PORT           port to listen on (default $PORT, else 8080; 0 picks a free one)\n"
     "  --factory FILE        the JSON file shown under /factory (default: the shipped one)\n"
     "  --state-dir DIR       keep the gateway's configuration in DIR/configuration.json\n"
-    "  --state-interval MS   least time between two writes of it (default 1000)\n";
+    "  --state-interval MS   least time between two writes of it (default 1000)\n"
+    "  --tls-cert FILE       serve HTTPS with this PEM certificate (with --tls-key)\n"
+    "  --tls-key FILE        the PEM private key of that certificate\n";
 
 // How often observers of /status are told that the simulated counters moved.
 constexpr std::chrono::seconds STATUS_PERIOD{5};
@@ -43,6 +45,8 @@ struct Options {
     std::string factoryFile = DME_DEVICE_FACTORY_DEFAULT;
     std::string stateDirectory;
     std::chrono::milliseconds stateInterval{1000};
+    std::string tlsCertificateFile;
+    std::string tlsKeyFile;
 };
 
 // The parts of the gateway whose writable values are kept in the state directory.
@@ -78,6 +82,10 @@ Options parseOptions(int argc, char** argv) {
             options.factoryFile = value;
         } else if (option == "--state-dir") {
             options.stateDirectory = value;
+        } else if (option == "--tls-cert") {
+            options.tlsCertificateFile = value;
+        } else if (option == "--tls-key") {
+            options.tlsKeyFile = value;
         } else if (option == "--state-interval") {
             options.stateInterval = std::chrono::milliseconds(std::stoul(value));
         } else {
@@ -132,6 +140,8 @@ int main(int argc, char** argv) {
         serverOptions.port = options.port;
         serverOptions.authenticator = authenticate;
         serverOptions.realm = "gateway";
+        serverOptions.tlsCertificateFile = options.tlsCertificateFile;
+        serverOptions.tlsKeyFile = options.tlsKeyFile;
         dme::http::Server server(engine, serverOptions);
         const dme::RequestInfo administrator(*example::builtInSession("admin"), {});
         std::unique_ptr<dme::SavedConfiguration> saved;
@@ -148,9 +158,10 @@ int main(int argc, char** argv) {
             saved->start();
         }
         server.start();
-        std::cout << "dme-device-server: serving the example gateway on http://"
+        const std::string scheme = options.tlsCertificateFile.empty() ? "http" : "https";
+        std::cout << "dme-device-server: serving the example gateway on " << scheme << "://"
                   << options.bindAddress << ":" << server.port() << "/api\n"
-                  << "  try: curl -u guest:guest 'http://" << options.bindAddress << ":"
+                  << "  try: curl -u guest:guest '" << scheme << "://" << options.bindAddress << ":"
                   << server.port() << "/api/network?expand=3'\n"
                   << "  users: guest, operator, admin (password: the user name)\n"
                   << "  stop with Ctrl-C" << std::endl;

@@ -9,6 +9,8 @@
 #include <cctype>
 #include <chrono>
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -175,12 +177,15 @@ class Server::Impl {
         unsigned int flags =
             MHD_USE_INTERNAL_POLLING_THREAD | MHD_USE_AUTO | MHD_ALLOW_SUSPEND_RESUME;
         if (address.ipv6) flags |= MHD_USE_IPv6;
-        daemon_ = MHD_start_daemon(
-            flags, options_.port, nullptr, nullptr, &Impl::onRequest, this, MHD_OPTION_SOCK_ADDR,
-            address.get(), MHD_OPTION_URI_LOG_CALLBACK, &Impl::onRequestLine, this,
-            MHD_OPTION_NOTIFY_COMPLETED, &Impl::onCompleted, this, MHD_OPTION_CONNECTION_LIMIT,
-            options_.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
-            static_cast<unsigned int>(options_.idleTimeout.count()), MHD_OPTION_END);
+        if (!options_.tlsCertificatePem.empty()) flags |= MHD_USE_TLS;
+        std::vector<MHD_OptionItem> tls = tlsOptions();
+        daemon_ = MHD_start_daemon(flags, options_.port, nullptr, nullptr, &Impl::onRequest, this,
+                                   MHD_OPTION_SOCK_ADDR, address.get(), MHD_OPTION_URI_LOG_CALLBACK,
+                                   &Impl::onRequestLine, this, MHD_OPTION_NOTIFY_COMPLETED,
+                                   &Impl::onCompleted, this, MHD_OPTION_CONNECTION_LIMIT,
+                                   options_.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
+                                   static_cast<unsigned int>(options_.idleTimeout.count()),
+                                   MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
         if (daemon_ == nullptr) {
             throw std::runtime_error("Cannot listen on " + options_.bindAddress + " port " +
                                      std::to_string(options_.port));
@@ -209,7 +214,33 @@ class Server::Impl {
         options.basePath = withoutTrailingSlashes(options.basePath);
         options.schemaPrefix = withoutTrailingSlashes(options.schemaPrefix);
         options.eventsPrefix = withoutTrailingSlashes(options.eventsPrefix);
+        if (!options.tlsCertificateFile.empty()) {
+            options.tlsCertificatePem = pemFile(options.tlsCertificateFile);
+        }
+        if (!options.tlsKeyFile.empty()) options.tlsKeyPem = pemFile(options.tlsKeyFile);
+        if (options.tlsCertificatePem.empty() != options.tlsKeyPem.empty()) {
+            throw std::invalid_argument("HTTPS needs both a certificate and a private key");
+        }
         return options;
+    }
+
+    static std::string pemFile(const std::string& path) {
+        std::ifstream file(path, std::ios::in | std::ios::binary);
+        if (!file) throw std::runtime_error("Cannot read " + path);
+        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    }
+
+    // The TLS options of the daemon, ended by MHD_OPTION_END (only that for plain HTTP).
+    std::vector<MHD_OptionItem> tlsOptions() const {
+        std::vector<MHD_OptionItem> items;
+        if (!options_.tlsCertificatePem.empty()) {
+            items.push_back({MHD_OPTION_HTTPS_MEM_CERT, 0,
+                             const_cast<char*>(options_.tlsCertificatePem.c_str())});
+            items.push_back(
+                {MHD_OPTION_HTTPS_MEM_KEY, 0, const_cast<char*>(options_.tlsKeyPem.c_str())});
+        }
+        items.push_back({MHD_OPTION_END, 0, nullptr});
+        return items;
     }
 
     static void* onRequestLine(void*, const char* target, MHD_Connection*) {

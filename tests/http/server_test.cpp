@@ -61,6 +61,19 @@ TEST_F(HttpServerTest, PatchCallsUpdateInBothPasses) {
     EXPECT_THAT(leafCalls(), ElementsAre("update", "update"));
 }
 
+TEST_F(HttpServerTest, ACertificateWithoutAKeyIsRefused) {
+    http::ServerOptions options = baseOptions();
+    options.tlsCertificatePem = "-----BEGIN CERTIFICATE-----";
+    EXPECT_THROW(start(options), std::invalid_argument);
+}
+
+TEST_F(HttpServerTest, AnUnreadableCertificateFileIsRefused) {
+    http::ServerOptions options = baseOptions();
+    options.tlsCertificateFile = "/nonexistent/cert.pem";
+    options.tlsKeyFile = "/nonexistent/key.pem";
+    EXPECT_THROW(start(options), std::runtime_error);
+}
+
 TEST_F(HttpServerTest, WithoutAllOrNothingUpdatesUpdateRunsOnce) {
     http::ServerOptions options = baseOptions();
     options.allOrNothingUpdates = false;

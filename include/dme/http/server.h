@@ -82,6 +82,14 @@ struct ServerOptions {
     std::chrono::milliseconds heartbeatInterval{15000};
     // Whether JSON answers are indented (event data never is).
     bool beautify = false;
+    // HTTPS: the server's certificate (with any intermediate certificates after it) and its
+    // private key, in PEM, given as text or as files (a file is read when the server is
+    // constructed; std::runtime_error when it cannot be). With neither the server speaks plain
+    // HTTP; a certificate without a key, or a key without one, is std::invalid_argument.
+    std::string tlsCertificatePem;
+    std::string tlsKeyPem;
+    std::string tlsCertificateFile;
+    std::string tlsKeyFile;
     // Whether a PUT or PATCH that fails changes nothing: the server turns the engine's
     // all-or-nothing updates on (DataModelEngine::setAllOrNothingUpdates). When false, the
     // engine is left as the application set it.
