@@ -22,6 +22,7 @@
 #include "dme/arguments.h"
 #include "dme/exception.h"
 #include "dme/http/error_document.h"
+#include "dme/json.h"
 #include "dme/result.h"
 #include "event_streams.h"
 
@@ -54,8 +55,9 @@ struct Route {
 };
 
 constexpr std::size_t STREAM_BLOCK_SIZE = 4096;
-constexpr char ALLOW_ALL[] = "GET, PUT, PATCH, POST, DELETE";
-constexpr char ALLOW_GET[] = "GET";
+constexpr char ALLOW_ALL[] = "GET, HEAD, PUT, PATCH, POST, DELETE";
+constexpr char ALLOW_GET[] = "GET, HEAD";
+constexpr char ALLOW_STREAM[] = "GET";
 constexpr char EVENT_STREAM[] = "text/event-stream";
 constexpr char INTERVAL[] = "interval";
 
@@ -78,7 +80,8 @@ std::string queryOf(const std::string& target) {
 }
 
 std::optional<Method> resourceMethod(const std::string& method) {
-    if (method == MHD_HTTP_METHOD_GET) return READ;
+    // HEAD answers what GET answers; the HTTP library leaves out the body.
+    if (method == MHD_HTTP_METHOD_GET || method == MHD_HTTP_METHOD_HEAD) return READ;
     if (method == MHD_HTTP_METHOD_PUT || method == MHD_HTTP_METHOD_PATCH) return UPDATE;
     if (method == MHD_HTTP_METHOD_POST) return CREATE;
     if (method == MHD_HTTP_METHOD_DELETE) return DELETE;
@@ -121,7 +124,9 @@ MHD_Result send(MHD_Connection* connection, const Answer& answer) {
     MHD_Response* response = MHD_create_response_from_buffer(
         answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
     if (response == nullptr) return MHD_NO;
-    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+    if (!answer.body.empty()) {
+        MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+    }
     for (const auto& extra : answer.headers) {
         MHD_add_response_header(response, extra.first.c_str(), extra.second.c_str());
     }
@@ -303,6 +308,9 @@ class Server::Impl {
             return send(connection, statusAnswer(MHD_HTTP_NOT_FOUND, options_.beautify));
         }
         std::optional<Method> request = resourceMethod(method);
+        if (route.area == Area::EVENTS && method != MHD_HTTP_METHOD_GET) {
+            return send(connection, notAllowed(ALLOW_STREAM));
+        }
         if (route.area != Area::RESOURCES && request != READ) {
             return send(connection, notAllowed(ALLOW_GET));
         }
@@ -382,9 +390,7 @@ class Server::Impl {
         const Arguments arguments(kept);
         const Answer check = run(READ, uri, arguments, caller, "");
         if (check.status >= MHD_HTTP_BAD_REQUEST) return send(connection, check);
-        if (streams_.full()) {
-            return send(connection, statusAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, options_.beautify));
-        }
+        if (streams_.full()) return send(connection, streamsFull());
         const auto longest =
             static_cast<unsigned long long>(std::chrono::milliseconds::max().count());
         const std::chrono::milliseconds period(static_cast<long long>(std::min(interval, longest)));
@@ -408,12 +414,49 @@ class Server::Impl {
         return queue(connection, response, MHD_HTTP_OK);
     }
 
-    // A 403 for a caller without credentials asks for them instead.
+    // A 403 for a caller without credentials asks for them instead. A DELETE that succeeded
+    // answers 204 without a body; a CREATE that succeeded names the new resource in Location.
     Answer answerFor(int code, Method method, std::string body, const Caller& caller) const {
         Answer answer =
             engineAnswer(code, method, std::move(body), options_.statusTable, options_.beautify);
         if (answer.status == MHD_HTTP_FORBIDDEN && caller.anonymous) return challenge();
+        if (method == DELETE && answer.status == MHD_HTTP_OK) {
+            answer.status = MHD_HTTP_NO_CONTENT;
+            answer.body.clear();
+        }
+        if (method == CREATE && answer.status == MHD_HTTP_CREATED) {
+            const std::string created = resourcePathOf(answer.body);
+            if (!created.empty()) {
+                answer.headers.emplace_back(MHD_HTTP_HEADER_LOCATION,
+                                            options_.basePath + (created == "/" ? "" : created));
+            }
+        }
         return answer;
+    }
+
+    // The resource path member of a JSON answer (the lexicon's resource path key), or "".
+    std::string resourcePathOf(const std::string& body) const {
+        const std::string& key = engine_.lexicon()->resourcePathKey;
+        if (key.empty() || body.empty()) return std::string();
+        try {
+            const cxxtools::SerializationInfo document = parseJson(body);
+            const cxxtools::SerializationInfo* path = document.findMember(key);
+            std::string text;
+            if (path != nullptr && (path->isString() || path->isString8())) path->getValue(text);
+            return text.rfind('/', 0) == 0 ? text : std::string();
+        } catch (const JsonSyntaxError&) {
+            return std::string();
+        }
+    }
+
+    // Every event-stream slot is taken: a closed stream's slot is freed at its next heartbeat
+    // at the latest, which Retry-After tells the client to wait for.
+    Answer streamsFull() const {
+        const auto seconds =
+            std::chrono::ceil<std::chrono::seconds>(options_.heartbeatInterval).count();
+        return withHeader(statusAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, options_.beautify),
+                          MHD_HTTP_HEADER_RETRY_AFTER,
+                          std::to_string(std::max<long long>(1, seconds)));
     }
 
     Answer challenge() const {

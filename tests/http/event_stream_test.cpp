@@ -78,6 +78,20 @@ TEST_F(EventStreamTest, OneStreamOverTheCapIs503) {
     EXPECT_EQ(1u, subscriptions());
 }
 
+// A closed stream's slot is freed at its next heartbeat at the latest, which Retry-After gives
+// in whole seconds, rounded up.
+TEST_F(EventStreamTest, AnswerOverTheCapTellsWhenToRetry) {
+    http::ServerOptions options = baseOptions();
+    options.maxStreams = 1;
+    options.heartbeatInterval = std::chrono::milliseconds(2500);
+    start(options);
+    EventStreamClient first(url("/api/events/name"));
+    ASSERT_TRUE(first.waitForEvents(1));
+    const HttpReply second = get("/api/events/port", {"Accept: text/event-stream"});
+    EXPECT_EQ(503, second.status);
+    EXPECT_EQ("3", second.header("retry-after"));
+}
+
 TEST_F(EventStreamTest, ClosedStreamFreesItsPlaceUnderTheCap) {
     http::ServerOptions options = baseOptions();
     options.maxStreams = 1;

@@ -98,6 +98,8 @@ class HttpClient {
         for (const std::string& line : headers) list = curl_slist_append(list, line.c_str());
         curl_easy_setopt(curl_, CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl_, CURLOPT_CUSTOMREQUEST, method.c_str());
+        // A HEAD answer has a Content-Length but no body to wait for.
+        if (method == "HEAD") curl_easy_setopt(curl_, CURLOPT_NOBODY, 1L);
         if (!body.empty() || withBody) {
             curl_easy_setopt(curl_, CURLOPT_POSTFIELDS, body.data());
             curl_easy_setopt(curl_, CURLOPT_POSTFIELDSIZE_LARGE,

@@ -90,10 +90,22 @@ TEST_F(HttpServerTest, PostCallsCreateAndAnswers201) {
     EXPECT_THAT(leafCalls(), ElementsAre("create"));
 }
 
-TEST_F(HttpServerTest, DeleteCallsDestroy) {
+TEST_F(HttpServerTest, DeleteCallsDestroyAndAnswers204WithoutABody) {
     start();
-    EXPECT_EQ(200, httpRequest("DELETE", url("/api/leaf")).status);
+    const HttpReply reply = httpRequest("DELETE", url("/api/leaf"));
+    EXPECT_EQ(204, reply.status);
+    EXPECT_EQ("", reply.body);
+    EXPECT_EQ("", reply.header("content-type"));
     EXPECT_THAT(leafCalls(), ElementsAre("destroy"));
+}
+
+TEST_F(HttpServerTest, HeadAnswersTheHeadersOfGetWithoutTheBody) {
+    start();
+    const HttpReply reply = httpRequest("HEAD", url("/api/name"));
+    EXPECT_EQ(200, reply.status);
+    EXPECT_EQ("", reply.body);
+    EXPECT_EQ("application/json", reply.header("content-type"));
+    EXPECT_EQ("6", reply.header("content-length"));
 }
 
 TEST_F(HttpServerTest, PutStoresTheValue) {
@@ -121,7 +133,7 @@ TEST_F(HttpServerTest, SchemaPrefixRefusesOtherMethodsWith405) {
     start();
     const HttpReply reply = httpRequest("PUT", url("/api/schema/name"), "\"x\"");
     EXPECT_EQ(405, reply.status);
-    EXPECT_EQ("GET", reply.header("allow"));
+    EXPECT_EQ("GET, HEAD", reply.header("allow"));
     EXPECT_EQ("\"vara\"", get("/api/name").body);
 }
 
@@ -147,7 +159,7 @@ TEST_F(HttpServerTest, UnknownHttpMethodIs405WithAllow) {
     start();
     const HttpReply reply = httpRequest("OPTIONS", url("/api/name"));
     EXPECT_EQ(405, reply.status);
-    EXPECT_EQ("GET, PUT, PATCH, POST, DELETE", reply.header("allow"));
+    EXPECT_EQ("GET, HEAD, PUT, PATCH, POST, DELETE", reply.header("allow"));
     EXPECT_EQ(R"({"error":{"code":405,"message":"Method Not Allowed","details":[]}})", reply.body);
 }
 
