@@ -1,6 +1,5 @@
 #include "utf8.h"
 
-#include <cstdint>
 
 namespace dme {
 namespace utf8 {
@@ -76,7 +75,7 @@ cxxtools::String toWide(const std::string& text) {
     unsigned int code = 0;
     for (std::size_t pos = 0; pos < text.size();) {
         pos += decode(text, pos, code);
-        out += cxxtools::Char(static_cast<std::uint32_t>(code));
+        out += cxxtools::Char(static_cast<cxxtools::Char::value_type>(code));
     }
     return out;
 }
