@@ -1,6 +1,5 @@
 #include "utf8.h"
 
-
 namespace dme {
 namespace utf8 {
 
