@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
 # Installs the built library into a temporary prefix, then builds small programs against it
 # twice: once through CMake's find_package, once through pkg-config. Each program runs in an
-# empty environment (env -i), so it starts only if the installed libraries find each other and
-# the program finds them without LD_LIBRARY_PATH.
+# empty environment (env -i, keeping only ASAN_OPTIONS), so it starts only if the installed
+# libraries find each other and the program finds them without LD_LIBRARY_PATH.
 set -euo pipefail
 build_dir=$1
 consumer_dir=$2
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+# Runs program $1 in an empty environment but for the sanitizer options of a sanitizer build.
 run_clean() {
-    env -i "$1"
+    env -i ${ASAN_OPTIONS:+"ASAN_OPTIONS=$ASAN_OPTIONS"} "$1"
     echo "$2: ok"
 }
 

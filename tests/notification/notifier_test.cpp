@@ -32,7 +32,8 @@ constexpr Clock::time_point kNever = Clock::time_point::max();
 // An arbitrary fixed point on the steady clock for the tests of a single Notifier.
 const Clock::time_point kT = Clock::time_point() + std::chrono::hours(1000);
 
-// Records every notification with the time it arrived. Thread-safe.
+// Records every notification with the time it arrived. Thread-safe. A test declares it before
+// its NotifierManager, so that it outlives the manager's thread, which may still notify it.
 class RecordingObserver : public IDataModelObserver {
   public:
     struct Delivery {
@@ -321,16 +322,16 @@ TEST(NotifierManagerTest, StartsWithoutSubscriptions) {
 }
 
 TEST(NotifierManagerTest, AddReturnsATicketOfThisManager) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), milliseconds(100));
     EXPECT_EQ(ticket.observer(), &manager);
     EXPECT_EQ(idsOf(manager.notifiers()), (std::vector<unsigned int>{ticket.id()}));
 }
 
 TEST(NotifierManagerTest, AddKeepsTheSubscriptionAsGivenAndIdle) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket =
         manager.add(observer, "/a/b", Arguments{{"expand", "2"}}, milliseconds(150));
     const Notifier notifier = snapshotOf(manager, ticket.id());
@@ -342,8 +343,8 @@ TEST(NotifierManagerTest, AddKeepsTheSubscriptionAsGivenAndIdle) {
 }
 
 TEST(NotifierManagerTest, AddedSubscriptionsGetIncreasingIdsAndStaySorted) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const unsigned int a = manager.add(observer, "/a", Arguments(), milliseconds(1)).id();
     const unsigned int b = manager.add(observer, "/b", Arguments(), milliseconds(1)).id();
     const unsigned int c = manager.add(observer, "/c", Arguments(), milliseconds(1)).id();
@@ -354,8 +355,8 @@ TEST(NotifierManagerTest, AddedSubscriptionsGetIncreasingIdsAndStaySorted) {
 }
 
 TEST(NotifierManagerTest, RemoveErasesOnlyThatSubscription) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription a = manager.add(observer, "/a", Arguments(), milliseconds(1));
     const Subscription b = manager.add(observer, "/b", Arguments(), milliseconds(1));
     const Subscription c = manager.add(observer, "/c", Arguments(), milliseconds(1));
@@ -365,8 +366,8 @@ TEST(NotifierManagerTest, RemoveErasesOnlyThatSubscription) {
 }
 
 TEST(NotifierManagerTest, RemoveOfAnUnknownIdChangesNothing) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription a = manager.add(observer, "/a", Arguments(), milliseconds(1));
     manager.remove(Subscription(&manager, a.id() + 1000));
     manager.remove(a);
@@ -406,8 +407,8 @@ TEST(NotifierManagerTest, IdsKeepIncreasingAcrossManagers) {
 }
 
 TEST(NotifierManagerTest, RemovedIdIsNeverReused) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription first = manager.add(observer, "/a", Arguments(), milliseconds(1));
     manager.remove(first);
     const Subscription second = manager.add(observer, "/a", Arguments(), milliseconds(1));
@@ -420,8 +421,8 @@ TEST(NotifierManagerTest, RemovedIdIsNeverReused) {
 // ---- NotifierManager: timing of notifications -----------------------------------------------
 
 TEST(NotifierManagerTest, ChangeIsNotifiedOneIntervalLater) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), milliseconds(100));
     const Clock::time_point change = Clock::now();
     manager.notify({ticket.id()}, change);
@@ -430,8 +431,8 @@ TEST(NotifierManagerTest, ChangeIsNotifiedOneIntervalLater) {
 }
 
 TEST(NotifierManagerTest, NotificationCarriesTheSubscribedUriAndArguments) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket =
         manager.add(observer, "/net/eth0", Arguments{{"expand", "1"}, {"a", "b"}}, milliseconds(0));
     manager.notify({ticket.id()}, Clock::now());
@@ -442,8 +443,8 @@ TEST(NotifierManagerTest, NotificationCarriesTheSubscribedUriAndArguments) {
 }
 
 TEST(NotifierManagerTest, TwoChangesTenMillisecondsApartGiveOneNotification) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), milliseconds(100));
     const Clock::time_point change = Clock::now();
     manager.notify({ticket.id()}, change);
@@ -456,8 +457,8 @@ TEST(NotifierManagerTest, TwoChangesTenMillisecondsApartGiveOneNotification) {
 }
 
 TEST(NotifierManagerTest, ChangeAfterANotificationOpensANewPeriod) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), milliseconds(50));
     manager.notify({ticket.id()}, Clock::now());
     ASSERT_TRUE(observer.waitFor(1));
@@ -468,16 +469,16 @@ TEST(NotifierManagerTest, ChangeAfterANotificationOpensANewPeriod) {
 }
 
 TEST(NotifierManagerTest, ZeroIntervalIsNotifiedOnTheNextPass) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), milliseconds(0));
     manager.notify({ticket.id()}, Clock::now());
     EXPECT_TRUE(observer.waitFor(1));
 }
 
 TEST(NotifierManagerTest, OnChangeSchedulesLikeNotify) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), milliseconds(100));
     dme::IElementObserver& receiver = manager;
     const Clock::time_point change = Clock::now();
@@ -487,8 +488,8 @@ TEST(NotifierManagerTest, OnChangeSchedulesLikeNotify) {
 }
 
 TEST(NotifierManagerTest, OneChangeNotifiesEverySubscriptionItNames) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription a = manager.add(observer, "/a", Arguments(), milliseconds(0));
     const Subscription b = manager.add(observer, "/a/b", Arguments(), milliseconds(0));
     manager.notify({a.id(), b.id()}, Clock::now());
@@ -498,8 +499,8 @@ TEST(NotifierManagerTest, OneChangeNotifiesEverySubscriptionItNames) {
 }
 
 TEST(NotifierManagerTest, DueSubscriptionsAreSentInIdOrder) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription first = manager.add(observer, "/first", Arguments(), milliseconds(0));
     const Subscription second = manager.add(observer, "/second", Arguments(), milliseconds(0));
     const Subscription third = manager.add(observer, "/third", Arguments(), milliseconds(0));
@@ -512,8 +513,8 @@ TEST(NotifierManagerTest, DueSubscriptionsAreSentInIdOrder) {
 }
 
 TEST(NotifierManagerTest, ChangeOnlyDelaysTheSubscriptionItNames) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     manager.add(observer, "/quiet", Arguments(), milliseconds(0));
     const Subscription changed = manager.add(observer, "/changed", Arguments(), milliseconds(0));
     manager.notify({changed.id()}, Clock::now());
@@ -523,16 +524,16 @@ TEST(NotifierManagerTest, ChangeOnlyDelaysTheSubscriptionItNames) {
 }
 
 TEST(NotifierManagerTest, NotifyNowOnAnIdleSubscriptionSendsAtOnce) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), std::chrono::hours(1));
     manager.notifyNow(ticket.id());
     EXPECT_TRUE(observer.waitFor(1));
 }
 
 TEST(NotifierManagerTest, NotifyNowOnAPendingSubscriptionBringsItsDeadlineForward) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), std::chrono::hours(1));
     manager.notify({ticket.id()}, Clock::now());
     ASSERT_NE(snapshotOf(manager, ticket.id()).deadline(), kNever);
@@ -542,8 +543,8 @@ TEST(NotifierManagerTest, NotifyNowOnAPendingSubscriptionBringsItsDeadlineForwar
 }
 
 TEST(NotifierManagerTest, PendingChangeIsVisibleAsADeadline) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription ticket = manager.add(observer, "/a", Arguments(), std::chrono::hours(1));
     const Clock::time_point change = Clock::now();
     manager.notify({ticket.id()}, change);
@@ -570,8 +571,8 @@ TEST(NotifierManagerTest, RemoveAllStopsPendingNotificationsOfThatObserver) {
 }
 
 TEST(NotifierManagerTest, RemoveStopsAPendingNotification) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription removed = manager.add(observer, "/removed", Arguments(), milliseconds(100));
     const Subscription witness = manager.add(observer, "/witness", Arguments(), milliseconds(200));
     const Clock::time_point change = Clock::now();
@@ -583,8 +584,8 @@ TEST(NotifierManagerTest, RemoveStopsAPendingNotification) {
 }
 
 TEST(NotifierManagerTest, NotifySkipsIdsThatAreNoLongerRegistered) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription gone = manager.add(observer, "/gone", Arguments(), milliseconds(0));
     const Subscription kept = manager.add(observer, "/kept", Arguments(), milliseconds(0));
     manager.remove(gone);
@@ -602,8 +603,8 @@ TEST(NotifierManagerTest, NotifyOnAnEmptyManagerDoesNothing) {
 }
 
 TEST(NotifierManagerTest, NotifyNowSkipsAnIdThatIsNoLongerRegistered) {
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     const Subscription gone = manager.add(observer, "/gone", Arguments(), milliseconds(0));
     const Subscription kept = manager.add(observer, "/kept", Arguments(), milliseconds(0));
     manager.remove(gone);
@@ -667,8 +668,8 @@ TEST(NotifierManagerTest, ConcurrentChangesWhileSubscriptionsComeAndGo) {
     constexpr int kChangers = 4;
     constexpr int kChangesPerThread = 500;
     constexpr int kChurns = 300;
-    NotifierManager manager;
     RecordingObserver observer;
+    NotifierManager manager;
     std::vector<unsigned int> stableIds;
     for (int i = 0; i < kStable; ++i) {
         const std::string uri = "/stable/" + std::to_string(i);
