@@ -1,6 +1,10 @@
 // The public JSON conformance corpus (tests/data/JSONTestSuite, MIT licence): what must be
 // accepted is, what must be refused is, nothing crashes, and every accepted document is
 // written back as JSON that reads to the same document.
+
+// 64-bit directory offsets: a 32-bit readdir() fails with EOVERFLOW on file systems that hand
+// out 64-bit offsets (ext4 hashes, 32-bit programs under qemu-user).
+#define _FILE_OFFSET_BITS 64
 #include <dirent.h>
 #include <gtest/gtest.h>
 
