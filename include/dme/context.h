@@ -126,6 +126,23 @@ class Context {
 // would store, throwing or failing as the applying pass would, and stores nothing.
 class ValidationPass : public Context::ICustom {};
 
+// Paging of collection READs (DataModelEngine::setPagingArguments): with this custom object in
+// the context, the collection that a READ addresses lists at most the query argument named
+// `limit` items, starting at the index given by the one named `offset` (both unsigned
+// integers, by default no limit and 0); its count member still holds the total. Collections
+// met below the addressed node are listed whole.
+class PagingArguments : public Context::ICustom {
+  public:
+    PagingArguments(std::string limit, std::string offset)
+        : limit(std::move(limit)), offset(std::move(offset)) {}
+    const std::string limit;
+    const std::string offset;
+};
+
+// With this custom object in the context (DataModelEngine::setPercentEncodedResourcePaths),
+// resource paths in answers are written percent-encoded (percentEncodePath).
+class PercentEncodedResourcePaths : public Context::ICustom {};
+
 // True while `ctx` runs the checking pass of an all-or-nothing UPDATE. A node of the
 // application's own that stores values (other than through AtomicValue::setValue, which the
 // library already holds back) must check this and store nothing while it is true.

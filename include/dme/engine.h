@@ -150,6 +150,13 @@ class DataModelEngine {
                   const std::chrono::milliseconds& period, ObserverOption option);
     // Removes every subscription of `observer` and releases the nodes they observed.
     void unsubscribe(IDataModelObserver& observer);
+    // The methods among READ, UPDATE, CREATE and DELETE that the node at `uri` has and that
+    // `requestInfo`'s session may use there, in `allowed`. Walks the tree as a SCHEMA request
+    // (the extension handlers see one) but runs nothing on the node. Returns 0, or the walk's
+    // result when it cannot reach the node (3 for a path that names nothing, 6 for a node the
+    // session may not browse to), leaving `allowed` empty.
+    int allowedMethods(const std::string& uri, const RequestInfo& requestInfo,
+                       AllowedMethods& allowed);
 
     // Off by default: an UPDATE is applied member by member, and one that fails part of the way
     // leaves the members before the failure changed. On: every UPDATE runs twice, a checking
@@ -160,13 +167,26 @@ class DataModelEngine {
     // structure, with "Invalid type". Set it before requests run.
     void setAllOrNothingUpdates(bool on) { allOrNothingUpdates_ = on; }
     bool allOrNothingUpdates() const { return allOrNothingUpdates_; }
+    // Off by default (empty names): a collection READ lists every item. With names, a READ
+    // addressing a collection is paged by the query arguments so named (see PagingArguments);
+    // text that is not an unsigned integer there is refused with "Argument invalid type" or
+    // "Argument out of range". Set it before requests run.
+    void setPagingArguments(const std::string& limit, const std::string& offset);
+    // Off by default: resource paths are written as the tree names them. On: written
+    // percent-encoded, ready to be used in a URL (percentEncodePath). Set it before requests
+    // run.
+    void setPercentEncodedResourcePaths(bool on) { percentEncodedResourcePaths_ = on; }
 
   private:
     void releaseInTree(const Notifier& notifier);
+    // Adds the custom objects of the engine's options to `ctx`.
+    void addOptions(Context& ctx) const;
 
     std::unique_ptr<DataModel, std::function<void(DataModel*)>> dataModel_;
     std::unique_ptr<NotifierManager> notifierManager_;
     bool allOrNothingUpdates_ = false;
+    bool percentEncodedResourcePaths_ = false;
+    std::shared_ptr<PagingArguments> paging_;
 };
 
 // A DataModelEngine that speaks JSON text: it parses the request body, runs the request and

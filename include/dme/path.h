@@ -102,6 +102,13 @@ std::ostream& operator<<(std::ostream& os, const Path& path);
 
 // Cuts `text` at every '/', dropping empty segments: "/a/b/" and "a/b" both give "a", "b".
 std::vector<ConstHashString> split(std::string text);
+// `path` with every byte that RFC 3986 does not allow in a path segment written as "%XX"
+// (upper-case hex): letters, digits, "-._~!$&'()*+,;=:@" and the '/' between segments stay as
+// they are, so "/schedules/a b" gives "/schedules/a%20b" and "/café" gives "/caf%C3%A9".
+std::string percentEncodePath(const std::string& path);
+// `text` with every "%XX" replaced by its byte; a '%' not followed by two hex digits makes it
+// throw std::invalid_argument("Malformed percent-encoding"). '+' stays '+'.
+std::string percentDecode(const std::string& text);
 // Resolves "." (dropped) and ".." (removes the previous segment). Throws
 // std::invalid_argument("trying to move above root path") for a ".." with nothing before it.
 std::vector<ConstHashString> consolidate(const std::vector<ConstHashString>& segments);

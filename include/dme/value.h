@@ -106,6 +106,12 @@ class Value : public PermissionPolicyHolder, public ISubscribable {
 
     AllowedMethods allowedMethods() const { return allowedMethods_; }
     bool alwaysExpanded() const { return alwaysExpanded_; }
+    // A secret node (a password) never has its value echoed: the texts it refuses are named
+    // as SECRET_TEXT in the errors it throws. Not secret by default.
+    void setSecret(bool secret) { secret_ = secret; }
+    bool isSecret() const { return secret_; }
+    // What a secret node's refused text is replaced by in errors: "(secret)".
+    static const char* const SECRET_TEXT;
     // The subscriber manager, or null before the first subscription.
     const SubscriberManager* subscriberManager() const { return subscriberManager_.get(); }
 
@@ -114,6 +120,7 @@ class Value : public PermissionPolicyHolder, public ISubscribable {
 
     AllowedMethods allowedMethods_;
     bool alwaysExpanded_;
+    bool secret_ = false;
     Value* parent_ = nullptr;
     Path path_;
     std::unique_ptr<SubscriberManager> subscriberManager_;

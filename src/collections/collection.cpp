@@ -1,8 +1,11 @@
 #include "dme/collection.h"
 
+#include <climits>
 #include <utility>
 
+#include "../request/utf8.h"
 #include "../tree/document.h"
+#include "dme/exception.h"
 #include "dme/result.h"
 
 namespace dme {
@@ -76,9 +79,38 @@ int Collection::browse(Context& ctx, const SerializationInfo& in, SerializationI
     return processItem(ctx, in, out, segment);
 }
 
+namespace {
+
+// The items [first, first + size) that a READ lists: all of them unless the request is paged
+// and addresses this collection.
+struct Page {
+    unsigned long long first = 0;
+    unsigned long long size = ULLONG_MAX;
+};
+
+// The paging argument `name` (none when empty), or `otherwise` when the query lacks it.
+unsigned long long pagingArgument(const Context& ctx, const std::string& name,
+                                  unsigned long long otherwise) {
+    long long value = 0;
+    if (name.empty() || !ctx.arguments().getIntegerArg(name, value)) return otherwise;
+    if (value < 0) Exception::throwArgumentOutOfRange(name, std::to_string(value), "");
+    return static_cast<unsigned long long>(value);
+}
+
+Page pageOf(const Context& ctx) {
+    if (!ctx.pathBrowser().isRequested()) return Page();
+    const auto paging = ctx.customs().find<PagingArguments>();
+    if (!paging) return Page();
+    return Page{pagingArgument(ctx, paging->offset, 0),
+                pagingArgument(ctx, paging->limit, ULLONG_MAX)};
+}
+
+}  // namespace
+
 // The bound is re-evaluated on every pass: the items an item's read may add or hide are seen.
 int Collection::read(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
     const Lexicon& lexicon = ctx.lexicon();
+    const Page page = pageOf(ctx);
     SerializationInfo* list = &out;
     if (!lexicon.itemsKey.empty()) {
         if (!lexicon.countKey.empty()) out.addMember(lexicon.countKey).setValue(count(ctx));
@@ -86,9 +118,10 @@ int Collection::read(Context& ctx, const SerializationInfo& in, SerializationInf
     }
     list->setCategory(SerializationInfo::Array);
     int rc = result::DONE;
-    for (unsigned int i = 0; i < contextualCount(ctx); ++i) {
+    for (unsigned long long i = page.first; i < contextualCount(ctx) && i - page.first < page.size;
+         ++i) {
         SerializationInfo element;
-        rc = processItem(ctx, in, element, i);
+        rc = processItem(ctx, in, element, static_cast<unsigned int>(i));
         internal::appendMember(*list, std::string(), element);
     }
     return rc;
@@ -105,9 +138,7 @@ int Collection::update(Context& ctx, const SerializationInfo& in, SerializationI
     for (const SerializationInfo& element : *list) {
         const SerializationInfo* id = idKey.empty() ? nullptr : element.findMember(idKey);
         if (id != nullptr) {
-            std::string text;
-            id->getValue(text);
-            create(ctx, element, out, std::move(text));
+            create(ctx, element, out, utf8::textOf(*id));
         } else {
             create(ctx, element, out);
         }

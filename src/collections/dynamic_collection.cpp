@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "../request/utf8.h"
 #include "dme/exception.h"
 #include "dme/result.h"
 
@@ -57,9 +58,7 @@ void DynamicCollection::setParent(Value* parent) {
 
 int DynamicCollection::create(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
     if (const SerializationInfo* id = findClientId(ctx, in)) {
-        std::string text;
-        id->getValue(text);
-        return create(ctx, in, out, std::move(text));
+        return create(ctx, in, out, utf8::textOf(*id));
     }
     checkRoom(getMaxSize(ctx));
     return populate(ctx, in, out, append(nextFreeId()));

@@ -1,5 +1,7 @@
 #include "utf8.h"
 
+#include <cxxtools/utf8codec.h>
+
 namespace dme {
 namespace utf8 {
 
@@ -77,6 +79,17 @@ cxxtools::String toWide(const std::string& text) {
         out += cxxtools::Char(static_cast<cxxtools::Char::value_type>(code));
     }
     return out;
+}
+
+std::string textOf(const cxxtools::SerializationInfo& node) {
+    std::string text;
+    if (node.isString8()) {
+        node.getValue(text);
+        return text;
+    }
+    cxxtools::String wide;
+    node.getValue(wide);
+    return cxxtools::Utf8Codec::encode(wide);
 }
 
 }  // namespace utf8

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cxxtools/serializationinfo.h>
 #include <cxxtools/string.h>
 
 #include <cstddef>
@@ -25,6 +26,10 @@ bool isWellFormed(const std::string& text);
 // The characters of well-formed `text`. Unlike the codec's decoder this keeps a leading
 // U+FEFF, which is a character of the text like any other.
 cxxtools::String toWide(const std::string& text);
+
+// The text of a scalar node as UTF-8, whether it holds 8-bit or wide text (cxxtools' own
+// conversion of wide text to std::string narrows it to Latin-1).
+std::string textOf(const cxxtools::SerializationInfo& node);
 
 }  // namespace utf8
 }  // namespace dme

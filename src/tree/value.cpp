@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include "methods_query.h"
+
 namespace dme {
 namespace {
 
@@ -12,6 +14,8 @@ constexpr std::uint32_t BROWSE = AllowedMethods::B;
 constexpr std::uint32_t ANY_RIGHT = 0x1F;
 
 }  // namespace
+
+const char* const Value::SECRET_TEXT = "(secret)";
 
 Value::Value(AllowedMethods allowed, bool alwaysExpanded)
     : allowedMethods_(allowed), alwaysExpanded_(alwaysExpanded) {}
@@ -31,6 +35,10 @@ int Value::process(Context& ctx, const SerializationInfo& in, SerializationInfo&
 }
 
 int Value::internalProcess(Context& ctx, const SerializationInfo& in, SerializationInfo& out) {
+    if (const auto query = ctx.customs().find<internal::MethodsQuery>()) {
+        query->allowed = getMethodsAllowance(READ + UPDATE + CREATE + DELETE, ctx);
+        return result::DONE;
+    }
     const Method method = ctx.method();
     switch (method) {
         case SCHEMA:
@@ -67,7 +75,9 @@ int Value::readHere(Context& ctx, int rc, const SerializationInfo& in, Serializa
     const std::string& pathKey = ctx.lexicon().resourcePathKey;
     if (isResourcePathNeeded() && !getMethodsAllowance(ANY_RIGHT, ctx).empty() &&
         !pathKey.empty()) {
-        out.addMember(pathKey).setValue(static_cast<std::string>(ctx.currentUri()));
+        const std::string path = ctx.currentUri();
+        const bool encoded = ctx.customs().find<PercentEncodedResourcePaths>() != nullptr;
+        out.addMember(pathKey).setValue(encoded ? percentEncodePath(path) : path);
         rc = result::DONE;
     }
     if (!mayRead || !isExpandNeeded(ctx)) return rc;

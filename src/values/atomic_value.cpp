@@ -2,7 +2,6 @@
 
 #include <cxxtools/serializationerror.h>
 #include <cxxtools/string.h>
-#include <cxxtools/utf8codec.h>
 
 #include <charconv>
 #include <cmath>
@@ -190,17 +189,6 @@ bool readBoolean(const SerializationInfo& si) {
     throwNotConvertible("\"" + text + "\"", "boolean");
 }
 
-std::string readText(const SerializationInfo& si) {
-    std::string text;
-    if (si.isString8()) {
-        si.getValue(text);
-        return text;
-    }
-    cxxtools::String wide;
-    si.getValue(wide);
-    return cxxtools::Utf8Codec::encode(wide);
-}
-
 // The shortest decimal text that reads back as `value`.
 template <class T>
 std::string shortestText(T value, std::chars_format format) {
@@ -226,6 +214,11 @@ std::string decimalText(T value) {
     } else {
         return std::to_string(static_cast<unsigned long long>(value));
     }
+}
+
+// A refused text as an error may show it: not at all for a secret node.
+std::string echoedText(const Value& node, const std::string& text) {
+    return node.isSecret() ? Value::SECRET_TEXT : text;
 }
 
 // The name of the value being visited: the last segment of the current uri.
@@ -271,7 +264,7 @@ template <class T>
 void deserializeValue(const SerializationInfo& si, T& value) {
     validateSerializationType<T>(si);
     if constexpr (std::is_same_v<T, std::string>) {
-        value = readText(si);
+        value = utf8::textOf(si);
     } else if constexpr (std::is_same_v<T, bool>) {
         value = readBoolean(si);
     } else if constexpr (isInteger<T>) {
@@ -350,9 +343,9 @@ template <class T>
 void AtomicValue<T>::validateValue(Context& ctx, const T& value) {
     if constexpr (std::is_same_v<T, std::string>) {
         const unsigned int min = getMinAllowedLength(ctx);
-        if (value.length() < min) Exception::throwStringTooShort(value, min);
+        if (value.length() < min) Exception::throwStringTooShort(echoedText(*this, value), min);
         const unsigned int max = getMaxAllowedLength(ctx);
-        if (value.length() > max) Exception::throwStringTooLong(value, max);
+        if (value.length() > max) Exception::throwStringTooLong(echoedText(*this, value), max);
     } else if constexpr (isNumber<T>) {
         const T min = getMinAllowedValue(ctx);
         if (value < min) Exception::throwValueBelowMin(valueName(ctx), decimalText(min));

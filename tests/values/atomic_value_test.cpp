@@ -508,6 +508,25 @@ TEST(StringValueTest, TextShorterThanTheMinimumNamesTheText) {
     EXPECT_EQ(stored(leaf), "old");
 }
 
+TEST(StringValueTest, ASecretValueDoesNotNameATextTooShort) {
+    StaticAtomicValue<std::string> leaf("old", READ_UPDATE, 8, 10, "");
+    leaf.setSecret(true);
+    expectError(updateError(leaf, parsed(R"("hunter2")")), Error::STRING_TOO_SHORT,
+                "String too short", "(secret)", "8");
+    EXPECT_EQ(stored(leaf), "old");
+}
+
+TEST(StringValueTest, ASecretValueDoesNotNameATextTooLong) {
+    StaticAtomicValue<std::string> leaf("old", READ_UPDATE, 0, 4, "");
+    leaf.setSecret(true);
+    expectError(updateError(leaf, parsed(R"("hunter2")")), Error::STRING_TOO_LONG,
+                "String too long", "(secret)", "4");
+}
+
+TEST(StringValueTest, ValuesAreNotSecretByDefault) {
+    EXPECT_FALSE(StaticAtomicValue<std::string>("old", READ_UPDATE).isSecret());
+}
+
 TEST(StringValueTest, TextOfExactlyTheMinimumLengthIsAccepted) {
     StaticAtomicValue<std::string> leaf("old", READ_UPDATE, 2, 10, "");
     EXPECT_EQ(update(leaf, parsed(R"("ab")")), dme::result::DONE);

@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "../../tree/methods_query.h"
 #include "dme/subscription.h"
 
 namespace dme {
@@ -63,6 +64,7 @@ int DataModelEngine::execute(Method method, const std::string& uri, const Argume
     try {
         if (method == UPDATE && allOrNothingUpdates_) {
             Context check(*lexicon(), method, uri, Arguments(arguments), requestInfo, false);
+            addOptions(check);
             check.customs().add(std::make_shared<ValidationPass>());
             cxxtools::SerializationInfo checked;
             const int status = processRequest(dataModel_.get(), check, in, checked);
@@ -72,6 +74,7 @@ int DataModelEngine::execute(Method method, const std::string& uri, const Argume
             }
         }
         Context ctx(*lexicon(), method, uri, Arguments(arguments), requestInfo, false);
+        addOptions(ctx);
         return processRequest(dataModel_.get(), ctx, in, out);
     } catch (const std::invalid_argument&) {
         return result::INVALID_ARGUMENT;
@@ -119,6 +122,39 @@ void DataModelEngine::releaseInTree(const Notifier& notifier) {
     } catch (const std::exception&) {
         // The uri was valid when the subscription was made; a tree that changed since only
         // keeps a stale id, which the notifier manager ignores.
+    }
+}
+
+void DataModelEngine::setPagingArguments(const std::string& limit, const std::string& offset) {
+    if (limit.empty() && offset.empty()) {
+        paging_.reset();
+    } else {
+        paging_ = std::make_shared<PagingArguments>(limit, offset);
+    }
+}
+
+void DataModelEngine::addOptions(Context& ctx) const {
+    if (paging_ && ctx.method() == READ) ctx.customs().add(paging_);
+    if (percentEncodedResourcePaths_) {
+        static const auto encoded = std::make_shared<PercentEncodedResourcePaths>();
+        ctx.customs().add(encoded);
+    }
+}
+
+int DataModelEngine::allowedMethods(const std::string& uri, const RequestInfo& requestInfo,
+                                    AllowedMethods& allowed) {
+    allowed = AllowedMethods();
+    try {
+        Context ctx(*lexicon(), SCHEMA, uri, Arguments(), requestInfo, false);
+        const auto query = std::make_shared<internal::MethodsQuery>();
+        ctx.customs().add(query);
+        cxxtools::SerializationInfo in;
+        cxxtools::SerializationInfo out;
+        const int status = processRequest(dataModel_.get(), ctx, in, out);
+        if (status == result::DONE) allowed = query->allowed;
+        return status;
+    } catch (const std::invalid_argument&) {
+        return result::INVALID_ARGUMENT;
     }
 }
 

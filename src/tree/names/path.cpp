@@ -1,6 +1,7 @@
 #include "dme/path.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -181,6 +182,57 @@ std::vector<ConstHashString> split(std::string text) {
     std::vector<ConstHashString> segments;
     appendSegments(text.data(), text.size(), segments);
     return segments;
+}
+
+namespace {
+
+bool isPathByte(unsigned char c) {
+    static constexpr char KEPT[] = "-._~!$&'()*+,;=:@/";
+    if (c == 0 || c >= 0x80) return false;
+    return std::isalnum(c) != 0 || std::strchr(KEPT, c) != nullptr;
+}
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+}  // namespace
+
+std::string percentEncodePath(const std::string& path) {
+    static constexpr char HEX[] = "0123456789ABCDEF";
+    std::string encoded;
+    encoded.reserve(path.size());
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (isPathByte(byte)) {
+            encoded += c;
+        } else {
+            encoded += '%';
+            encoded += HEX[byte >> 4];
+            encoded += HEX[byte & 0x0F];
+        }
+    }
+    return encoded;
+}
+
+std::string percentDecode(const std::string& text) {
+    std::string decoded;
+    decoded.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            decoded += text[i];
+            continue;
+        }
+        const int high = i + 2 < text.size() ? hexValue(text[i + 1]) : -1;
+        const int low = high < 0 ? -1 : hexValue(text[i + 2]);
+        if (low < 0) throw std::invalid_argument("Malformed percent-encoding");
+        decoded += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return decoded;
 }
 
 std::vector<ConstHashString> consolidate(const std::vector<ConstHashString>& segments) {

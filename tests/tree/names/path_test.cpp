@@ -727,5 +727,38 @@ TEST(PathBrowserTest, PopBackAtTheRootThrowsAndChangesNothing) {
     EXPECT_EQ(browser.requested().str(), "a");
 }
 
+TEST(PercentEncodePathTest, KeepsWhatAPathSegmentMayHoldAndTheSlashes) {
+    EXPECT_EQ(percentEncodePath("/a-b.c_d~e/!$&'()*+,;=:@/Z9"), "/a-b.c_d~e/!$&'()*+,;=:@/Z9");
+}
+
+TEST(PercentEncodePathTest, EncodesSpacesPercentQuestionMarksAndHashes) {
+    EXPECT_EQ(percentEncodePath("/a b/50%/x?y#z"), "/a%20b/50%25/x%3Fy%23z");
+}
+
+TEST(PercentEncodePathTest, EncodesEachByteOfANonAsciiCharacterInUpperCaseHex) {
+    EXPECT_EQ(percentEncodePath("/caf\xC3\xA9"), "/caf%C3%A9");
+}
+
+TEST(PercentDecodeTest, DecodesEscapesInEitherCase) {
+    EXPECT_EQ(percentDecode("/a%20b/caf%c3%A9/%2F"), "/a b/caf\xC3\xA9//");
+}
+
+TEST(PercentDecodeTest, LeavesPlusSignsAndPlainTextAlone) {
+    EXPECT_EQ(percentDecode("a+b/c"), "a+b/c");
+}
+
+TEST(PercentDecodeTest, RefusesAnEscapeWithoutTwoHexDigits) {
+    for (const char* bad : {"%", "a%2", "%zz", "%2g"}) {
+        EXPECT_EQ(messageOf<std::invalid_argument>([&] { percentDecode(bad); }),
+                  "Malformed percent-encoding")
+            << bad;
+    }
+}
+
+TEST(PercentDecodeTest, UndoesPercentEncodePath) {
+    const std::string path = "/a b/50%/caf\xC3\xA9/x?y";
+    EXPECT_EQ(percentDecode(percentEncodePath(path)), path);
+}
+
 }  // namespace
 }  // namespace dme
