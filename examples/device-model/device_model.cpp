@@ -177,13 +177,14 @@ dme::Entry* enumeration(const char* name, const dme::EnumValue::List& list, unsi
     return new dme::Entry(name, new dme::EnumValue(list, stored, RU));
 }
 
-// One account of /users: its password can be set but is never shown.
+// One account of /users: its password can be set but is never shown, not even in the error
+// that refuses one.
 dme::CollectionItem* makeAccount() {
+    auto* password = new dme::StaticAtomicValue<std::string>("", AllowedMethods::U, 8, 64);
+    password->setSecret(true);
     return new dme::CollectionItem(
         {text("name", "", RU, 1, 32), enumeration("role", accountRoles(), GUEST),
-         flag("enabled", true),
-         new dme::UpdateOnlyEntry(
-             "password", new dme::StaticAtomicValue<std::string>("", AllowedMethods::U, 8, 64))},
+         flag("enabled", true), new dme::UpdateOnlyEntry("password", password)},
         RUDB, false);
 }
 

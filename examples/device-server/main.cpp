@@ -2,20 +2,23 @@
 //
 //     dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE] [--state-dir DIR]
 //                       [--state-interval MS] [--tls-cert FILE --tls-key FILE]
+//                       [--access-log FILE] [--cors ORIGIN]... [--help]
 //
 // Listens on 127.0.0.1:8080 unless told otherwise (the PORT environment variable also sets the
 // port). Users authenticate with HTTP Basic: guest, operator and admin, each with its own name
 // as password. Stops cleanly on SIGINT and SIGTERM.
 
-#include <pthread.h>
-
-#include <csignal>
+#include <condition_variable>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "device_model.h"
@@ -27,14 +30,18 @@ namespace {
 
 constexpr const char* USAGE =
     "usage: dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE] [--state-dir DIR]\n"
-    "                         [--state-interval MS]\n"
+    "                         [--state-interval MS] [--tls-cert FILE --tls-key FILE]\n"
+    "                         [--access-log FILE] [--cors ORIGIN]... [--help]\n"
     "  --bind ADDRESS        address to listen on (default 127.0.0.1)\n"
     "  --port PORT           port to listen on (default $PORT, else 8080; 0 picks a free one)\n"
     "  --factory FILE        the JSON file shown under /factory (default: the shipped one)\n"
     "  --state-dir DIR       keep the gateway's configuration in DIR/configuration.json\n"
     "  --state-interval MS   least time between two writes of it (default 1000)\n"
     "  --tls-cert FILE       serve HTTPS with this PEM certificate (with --tls-key)\n"
-    "  --tls-key FILE        the PEM private key of that certificate\n";
+    "  --tls-key FILE        the PEM private key of that certificate\n"
+    "  --access-log FILE     append one line per request to FILE (- for standard output)\n"
+    "  --cors ORIGIN         let pages from ORIGIN call the server from a browser (* for any)\n"
+    "  --help                print this and exit\n";
 
 // How often observers of /status are told that the simulated counters moved.
 constexpr std::chrono::seconds STATUS_PERIOD{5};
@@ -47,6 +54,9 @@ struct Options {
     std::chrono::milliseconds stateInterval{1000};
     std::string tlsCertificateFile;
     std::string tlsKeyFile;
+    std::string accessLogFile;
+    std::vector<std::string> corsOrigins;
+    bool help = false;
 };
 
 // The parts of the gateway whose writable values are kept in the state directory.
@@ -72,6 +82,10 @@ Options parseOptions(int argc, char** argv) {
     }
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
+        if (option == "--help") {
+            options.help = true;
+            continue;
+        }
         if (i + 1 >= argc) throw std::invalid_argument(option);
         const std::string value = argv[++i];
         if (option == "--bind") {
@@ -86,6 +100,10 @@ Options parseOptions(int argc, char** argv) {
             options.tlsCertificateFile = value;
         } else if (option == "--tls-key") {
             options.tlsKeyFile = value;
+        } else if (option == "--access-log") {
+            options.accessLogFile = value;
+        } else if (option == "--cors") {
+            options.corsOrigins.push_back(value);
         } else if (option == "--state-interval") {
             options.stateInterval = std::chrono::milliseconds(std::stoul(value));
         } else {
@@ -101,24 +119,47 @@ std::optional<dme::SessionInfo> authenticate(const std::string& user, const std:
     return example::builtInSession(user);
 }
 
-// Blocks SIGINT and SIGTERM in every thread, so that main can wait for them with sigwait.
-sigset_t blockStopSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
-}
-
-// Waits for a stop signal, telling the observers of /status every STATUS_PERIOD meanwhile.
-void serveUntilStopped(const sigset_t& signals, example::DeviceModel& model,
-                       dme::http::Server& server) {
-    const timespec period{static_cast<time_t>(STATUS_PERIOD.count()), 0};
-    while (sigtimedwait(&signals, nullptr, &period) < 0) {
-        std::lock_guard<std::mutex> lock(server.engineMutex());
-        model.notifyStatusChange();
+// Tells the observers of /status every STATUS_PERIOD that the simulated counters moved, on a
+// thread of its own, until destroyed.
+class StatusTicker {
+  public:
+    StatusTicker(example::DeviceModel& model, std::mutex& engineMutex)
+        : thread_([this, &model, &engineMutex] {
+              std::unique_lock<std::mutex> lock(mutex_);
+              while (!wakeUp_.wait_for(lock, STATUS_PERIOD, [this] { return stopping_; })) {
+                  std::lock_guard<std::mutex> engineLock(engineMutex);
+                  model.notifyStatusChange();
+              }
+          }) {}
+    ~StatusTicker() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+        }
+        wakeUp_.notify_all();
+        thread_.join();
     }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable wakeUp_;
+    bool stopping_ = false;
+    std::thread thread_;
+};
+
+// Writes one line per exchange: time (UTC), user ("-" for none), "method target", status, body
+// bytes and duration in microseconds.
+dme::http::AccessLog accessLogTo(std::ostream& out) {
+    return [&out](const dme::http::AccessLogEntry& entry) {
+        const std::time_t now = std::time(nullptr);
+        std::tm utc{};
+        gmtime_r(&now, &utc);
+        char time[32];
+        std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%SZ", &utc);
+        out << time << ' ' << (entry.user.empty() ? "-" : entry.user) << " \"" << entry.method
+            << ' ' << entry.target << "\" " << entry.status << ' ' << entry.bytes << ' '
+            << entry.duration.count() << "us" << std::endl;
+    };
 }
 
 }  // namespace
@@ -131,7 +172,10 @@ int main(int argc, char** argv) {
         std::cerr << "dme-device-server: invalid argument " << e.what() << "\n" << USAGE;
         return 2;
     }
-    const sigset_t signals = blockStopSignals();
+    if (options.help) {
+        std::cout << USAGE;
+        return 0;
+    }
     try {
         example::DeviceModel model(options.factoryFile);
         dme::JsonDataModelEngine engine(model.dataModel(), "gateway");
@@ -142,6 +186,15 @@ int main(int argc, char** argv) {
         serverOptions.realm = "gateway";
         serverOptions.tlsCertificateFile = options.tlsCertificateFile;
         serverOptions.tlsKeyFile = options.tlsKeyFile;
+        serverOptions.corsOrigins = options.corsOrigins;
+        std::ofstream logFile;
+        if (options.accessLogFile == "-") {
+            serverOptions.accessLog = accessLogTo(std::cout);
+        } else if (!options.accessLogFile.empty()) {
+            logFile.open(options.accessLogFile, std::ios::app);
+            if (!logFile) throw std::runtime_error("Cannot open " + options.accessLogFile);
+            serverOptions.accessLog = accessLogTo(logFile);
+        }
         dme::http::Server server(engine, serverOptions);
         const dme::RequestInfo administrator(*example::builtInSession("admin"), {});
         std::unique_ptr<dme::SavedConfiguration> saved;
@@ -165,8 +218,10 @@ int main(int argc, char** argv) {
                   << server.port() << "/api/network?expand=3'\n"
                   << "  users: guest, operator, admin (password: the user name)\n"
                   << "  stop with Ctrl-C" << std::endl;
-        serveUntilStopped(signals, model, server);
-        server.stop();
+        {
+            const StatusTicker ticker(model, server.engineMutex());
+            server.run();
+        }
         if (saved) saved->stop();
         std::cout << "dme-device-server: stopped" << std::endl;
         return 0;

@@ -2,6 +2,7 @@
 
 #include <microhttpd.h>
 
+#include "../request/utf8.h"
 #include "dme/http/error_document.h"
 #include "dme/json.h"
 
@@ -10,17 +11,42 @@ namespace http {
 namespace {
 
 constexpr unsigned int FIRST_ERROR_STATUS = 400;
+constexpr char ELLIPSIS[] = "\xE2\x80\xA6";
 
-// Whether `body` is JSON text of an object with an "error" member.
-bool isErrorDocument(const std::string& body) {
+// Cuts the long text details of an error document; true when one was cut.
+bool shortenDetails(cxxtools::SerializationInfo& error) {
+    cxxtools::SerializationInfo* details = error.findMember("details");
+    if (details == nullptr) return false;
+    bool cut = false;
+    for (cxxtools::SerializationInfo& detail : *details) {
+        if (!detail.isString() && !detail.isString8()) continue;
+        const std::string text = utf8::textOf(detail);
+        if (text.size() <= MAX_DETAIL_BYTES) continue;
+        detail.setValue(shortenedDetail(text));
+        cut = true;
+    }
+    return cut;
+}
+
+// When `body` is JSON text of an object with an "error" member, its document with the details
+// cut, and true.
+bool readErrorDocument(const std::string& body, cxxtools::SerializationInfo& document) {
     try {
-        return parseJson(body).findMember("error") != nullptr;
+        document = parseJson(body);
     } catch (const std::exception&) {
         return false;
     }
+    return document.findMember("error") != nullptr;
 }
 
 }  // namespace
+
+std::string shortenedDetail(const std::string& detail) {
+    if (detail.size() <= MAX_DETAIL_BYTES) return detail;
+    std::size_t end = MAX_DETAIL_BYTES - (sizeof ELLIPSIS - 1);
+    while (end > 0 && (static_cast<unsigned char>(detail[end]) & 0xC0) == 0x80) --end;
+    return detail.substr(0, end) + ELLIPSIS;
+}
 
 Answer statusAnswer(unsigned int status, bool beautify) {
     const char* phrase = MHD_get_reason_phrase_for(status);
@@ -35,9 +61,11 @@ Answer documentAnswer(unsigned int status, const cxxtools::SerializationInfo& do
 Answer engineAnswer(int resultCode, Method method, std::string body, const StatusTable& table,
                     bool beautify) {
     const unsigned int status = table.statusOf(resultCode, method);
-    if (status >= FIRST_ERROR_STATUS && !isErrorDocument(body)) {
-        return statusAnswer(status, beautify);
-    }
+    if (status < FIRST_ERROR_STATUS) return {status, std::move(body), {}};
+    cxxtools::SerializationInfo document;
+    if (!readErrorDocument(body, document)) return statusAnswer(status, beautify);
+    if (shortenDetails(document.getMember("error")))
+        return documentAnswer(status, document, beautify);
     return {status, std::move(body), {}};
 }
 

@@ -19,6 +19,9 @@ struct Answer {
     std::vector<std::pair<std::string, std::string>> headers;
 };
 
+// `detail` cut to MAX_DETAIL_BYTES, ending with "…", never inside a UTF-8 character.
+std::string shortenedDetail(const std::string& detail);
+
 // The answer of the binding itself for `status`: the error document with the status as code,
 // its reason phrase as message and no details.
 Answer statusAnswer(unsigned int status, bool beautify);
@@ -30,7 +33,8 @@ Answer documentAnswer(unsigned int status, const cxxtools::SerializationInfo& do
 // The answer to a request of `method` that the engine ran: the status of `resultCode` in
 // `table` and the engine's JSON `body`. An error status whose body is not an error document (an
 // object with an "error" member, as defaultExceptionHandler writes) gets the binding's error
-// document instead, so that every error answer has the same shape.
+// document instead, so that every error answer has the same shape; the details of an engine's
+// error document are cut to MAX_DETAIL_BYTES, whichever exception handler wrote them.
 Answer engineAnswer(int resultCode, Method method, std::string body, const StatusTable& table,
                     bool beautify);
 

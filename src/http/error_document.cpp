@@ -2,6 +2,7 @@
 
 #include <typeindex>
 
+#include "answer.h"
 #include "dme/result.h"
 
 namespace dme {
@@ -20,8 +21,8 @@ cxxtools::SerializationInfo errorDocument(long long code, const std::string& mes
 }
 
 cxxtools::SerializationInfo errorDocument(const Exception& exception) {
-    std::vector<std::string> details{exception.detail1};
-    if (!exception.detail2.empty()) details.push_back(exception.detail2);
+    std::vector<std::string> details{shortenedDetail(exception.detail1)};
+    if (!exception.detail2.empty()) details.push_back(shortenedDetail(exception.detail2));
     return errorDocument(exception.id, exception.message, details);
 }
 

@@ -16,6 +16,8 @@ namespace {
 
 // A comment line: clients ignore it, and writing it shows whether the client is still there.
 constexpr char HEARTBEAT[] = ": heartbeat\n\n";
+// The last lines of every stream when the server stops.
+constexpr char FAREWELL[] = ": server stopping\n\n";
 
 std::string eventText(const char* name, const std::string& data) {
     return std::string("event: ") + name + "\ndata: " + data + "\n\n";
@@ -47,7 +49,13 @@ ssize_t EventStream::read(char* buffer, std::size_t max) {
     const std::size_t count = std::min(max, waiting_.size());
     std::memcpy(buffer, waiting_.data(), count);
     waiting_.erase(0, count);
+    sent_ += count;
     return static_cast<ssize_t>(count);
+}
+
+std::size_t EventStream::bytesSent() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return sent_;
 }
 
 void EventStream::push(const std::string& text) {
@@ -98,7 +106,15 @@ void EventStreams::stop() {
     }
     wakeUp_.notify_all();
     if (thread_.joinable()) thread_.join();
-    for (const auto& stream : all()) stream->finish();
+    for (const auto& stream : all()) {
+        stream->push(FAREWELL);
+        stream->finish();
+    }
+}
+
+void EventStreams::waitUntilClosed(std::chrono::milliseconds patience) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    closed_.wait_for(lock, patience, [this] { return streams_.empty(); });
 }
 
 bool EventStreams::full() const {
@@ -209,8 +225,11 @@ std::vector<std::shared_ptr<EventStream>> EventStreams::all() const {
 }
 
 void EventStreams::forget(unsigned int id) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    streams_.erase(id);
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        streams_.erase(id);
+    }
+    closed_.notify_all();
 }
 
 }  // namespace http

@@ -51,6 +51,8 @@ class EventStream : public IDataModelObserver {
     // Forgets the connection, which has ended: nothing is taken in any more.
     void detach();
 
+    // The bytes taken out by read() so far.
+    std::size_t bytesSent() const;
     unsigned int id() const { return id_; }
     const RequestInfo& requestInfo() const { return requestInfo_; }
     const std::string& uri() const { return uri_; }
@@ -65,9 +67,10 @@ class EventStream : public IDataModelObserver {
     const RequestInfo requestInfo_;
     const std::string uri_;
     const Arguments arguments_;
-    std::mutex mutex_;
+    mutable std::mutex mutex_;
     MHD_Connection* connection_;
     std::string waiting_;
+    std::size_t sent_ = 0;
     bool suspended_ = false;
     bool finished_ = false;
 };
@@ -88,8 +91,10 @@ class EventStreams {
 
     // Starts the event thread.
     void start();
-    // Stops the event thread, then finishes every stream.
+    // Stops the event thread, then ends every stream with a last comment.
     void stop();
+    // Waits until every stream is closed, or `patience` has passed.
+    void waitUntilClosed(std::chrono::milliseconds patience);
 
     // Whether maxStreams streams are open.
     bool full() const;
@@ -121,6 +126,7 @@ class EventStreams {
     const ServerOptions& options_;
     mutable std::mutex mutex_;
     std::condition_variable wakeUp_;
+    std::condition_variable closed_;
     std::map<unsigned int, std::shared_ptr<EventStream>> streams_;
     std::set<unsigned int> due_;
     unsigned int nextId_ = 1;

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <chrono>
 #include <cstdint>
@@ -20,11 +21,15 @@
 #include "answer.h"
 #include "basic_auth.h"
 #include "dme/arguments.h"
+#include "dme/diagnostics.h"
 #include "dme/exception.h"
 #include "dme/http/error_document.h"
 #include "dme/json.h"
+#include "dme/path.h"
 #include "dme/result.h"
 #include "event_streams.h"
+#include "headers.h"
+#include "run_waker.h"
 
 namespace dme {
 namespace http {
@@ -37,6 +42,12 @@ struct Exchange {
     std::string body;
     bool tooLarge = false;
     std::shared_ptr<EventStream> stream;  // set when the request opened an event stream
+    // What the access log records.
+    std::chrono::steady_clock::time_point received = std::chrono::steady_clock::now();
+    std::string method;
+    std::string user;
+    unsigned int status = 0;
+    std::size_t bytes = 0;
 };
 
 // Who makes a request: the request info handed to the engine, and whether the request carried
@@ -55,11 +66,17 @@ struct Route {
 };
 
 constexpr std::size_t STREAM_BLOCK_SIZE = 4096;
-constexpr char ALLOW_ALL[] = "GET, HEAD, PUT, PATCH, POST, DELETE";
-constexpr char ALLOW_GET[] = "GET, HEAD";
-constexpr char ALLOW_STREAM[] = "GET";
+constexpr char ALLOW_ALL[] = "OPTIONS, GET, HEAD, PUT, PATCH, POST, DELETE";
+constexpr char ALLOW_GET[] = "OPTIONS, GET, HEAD";
+constexpr char ALLOW_STREAM[] = "OPTIONS, GET";
 constexpr char EVENT_STREAM[] = "text/event-stream";
 constexpr char INTERVAL[] = "interval";
+constexpr char ALLOWED_REQUEST_HEADERS[] =
+    "Authorization, Content-Type, Accept, If-Match, If-None-Match, Last-Event-ID";
+constexpr char EXPOSED_HEADERS[] = "ETag, Location, Link, Retry-After, Allow, WWW-Authenticate";
+constexpr char PREFLIGHT_MAX_AGE[] = "600";
+// How long stop() waits for ending event streams to be sent.
+constexpr std::chrono::seconds STREAM_END_PATIENCE{1};
 
 std::string withoutTrailingSlashes(std::string path) {
     while (!path.empty() && path.back() == '/') path.pop_back();
@@ -77,6 +94,15 @@ bool strip(const std::string& path, const std::string& prefix, std::string& rest
 std::string queryOf(const std::string& target) {
     const std::size_t mark = target.find('?');
     return mark == std::string::npos ? "" : target.substr(mark + 1);
+}
+
+std::string pathOf(const std::string& target) {
+    return target.substr(0, target.find('?'));
+}
+
+bool carriesBody(const std::string& method) {
+    return method == MHD_HTTP_METHOD_PUT || method == MHD_HTTP_METHOD_PATCH ||
+           method == MHD_HTTP_METHOD_POST;
 }
 
 std::optional<Method> resourceMethod(const std::string& method) {
@@ -120,17 +146,11 @@ MHD_Result queue(MHD_Connection* connection, MHD_Response* response, unsigned in
     return queued;
 }
 
-MHD_Result send(MHD_Connection* connection, const Answer& answer) {
-    MHD_Response* response = MHD_create_response_from_buffer(
-        answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
-    if (response == nullptr) return MHD_NO;
-    if (!answer.body.empty()) {
-        MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
-    }
-    for (const auto& extra : answer.headers) {
+void addHeaders(MHD_Response* response,
+                const std::vector<std::pair<std::string, std::string>>& headers) {
+    for (const auto& extra : headers) {
         MHD_add_response_header(response, extra.first.c_str(), extra.second.c_str());
     }
-    return queue(connection, response, answer.status);
 }
 
 ssize_t readStream(void* holder, std::uint64_t, char* buffer, std::size_t max) {
@@ -199,19 +219,34 @@ class Server::Impl {
         streams_.start();
     }
 
-    // The event thread stops first so that no stream is resumed behind the daemon's back;
-    // finished streams are resumed, which the daemon requires before it stops.
+    // The event thread stops first and ends every stream, whose last bytes the daemon gets a
+    // moment to send; streams still open then are resumed, which the daemon requires before it
+    // stops.
     void stop() {
         if (daemon_ == nullptr) return;
         streams_.stop();
+        streams_.waitUntilClosed(STREAM_END_PATIENCE);
         MHD_stop_daemon(daemon_);
         daemon_ = nullptr;
         port_ = 0;
         streams_.closeAll();
+        runWaker_.wake(0);
     }
 
-    unsigned short port() const { return port_; }
-    bool running() const { return daemon_ != nullptr; }
+    // A wake-up by a stop() made before this run (when the server was not running) is not
+    // for it: only a stop signal, or a stop() that leaves the server stopped, ends the wait.
+    int run() {
+        const StopSignals signals(runWaker_);
+        if (!running()) start();
+        int signal = 0;
+        while ((signal = runWaker_.wait()) == 0 && running()) {
+        }
+        stop();
+        return signal;
+    }
+
+    unsigned short port() const { return port_.load(); }
+    bool running() const { return port_.load() != 0; }
     std::mutex& engineMutex() { return engineMutex_; }
 
   private:
@@ -258,33 +293,58 @@ class Server::Impl {
                             MHD_RequestTerminationCode) {
         auto* exchange = static_cast<Exchange*>(*context);
         if (exchange == nullptr) return;
-        if (exchange->stream) static_cast<Impl*>(self)->streams_.close(*exchange->stream);
+        auto* impl = static_cast<Impl*>(self);
+        if (exchange->stream) {
+            exchange->bytes = exchange->stream->bytesSent();
+            impl->streams_.close(*exchange->stream);
+        }
+        impl->log(*exchange);
         delete exchange;
         *context = nullptr;
     }
 
-    static MHD_Result onRequest(void* self, MHD_Connection* connection, const char* url,
+    void log(const Exchange& exchange) const {
+        if (!options_.accessLog || exchange.status == 0) return;
+        AccessLogEntry entry;
+        entry.method = exchange.method;
+        entry.target = exchange.target;
+        entry.status = exchange.status;
+        entry.bytes = exchange.bytes;
+        entry.duration = std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - exchange.received);
+        entry.user = exchange.user;
+        try {
+            options_.accessLog(entry);
+        } catch (const std::exception& e) {
+            diagnose(std::string("Access log: ") + e.what() + "\n");
+        }
+    }
+
+    static MHD_Result onRequest(void* self, MHD_Connection* connection, const char*,
                                 const char* method, const char*, const char* data,
                                 std::size_t* size, void** context) {
         auto* exchange = static_cast<Exchange*>(*context);
         if (exchange == nullptr) return MHD_NO;
+        auto* impl = static_cast<Impl*>(self);
         try {
-            return static_cast<Impl*>(self)->receive(connection, url, method, data, size,
-                                                     *exchange);
+            return impl->receive(connection, method, data, size, *exchange);
         } catch (const std::exception&) {
-            return send(connection, statusAnswer(MHD_HTTP_INTERNAL_SERVER_ERROR, false));
+            return impl->send(connection, *exchange,
+                              statusAnswer(MHD_HTTP_INTERNAL_SERVER_ERROR, false));
         }
     }
 
     // Called first for the headers, then once per piece of body, then once more to answer.
     // A body declared too long is refused at once; one that turns out too long is read to its
     // end and dropped, so that the client sees the answer rather than a reset connection.
-    MHD_Result receive(MHD_Connection* connection, const char* url, const char* method,
-                       const char* data, std::size_t* size, Exchange& exchange) {
+    MHD_Result receive(MHD_Connection* connection, const char* method, const char* data,
+                       std::size_t* size, Exchange& exchange) {
         if (!exchange.begun) {
             exchange.begun = true;
+            exchange.method = method;
             if (!declaredLongerThan(connection, options_.maxBodyBytes)) return MHD_YES;
-            return send(connection, statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify));
+            return send(connection, exchange,
+                        statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify));
         }
         if (*size != 0) {
             exchange.tooLarge =
@@ -294,38 +354,233 @@ class Server::Impl {
             return MHD_YES;
         }
         if (exchange.tooLarge) {
-            return send(connection, statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify));
+            return send(connection, exchange,
+                        statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify));
         }
-        return respond(connection, url, method, exchange);
+        return send(connection, exchange, respond(connection, exchange));
     }
 
-    MHD_Result respond(MHD_Connection* connection, const std::string& path,
-                       const std::string& method, Exchange& exchange) {
+    // The answer to a whole request; an event stream that opens is queued here and answers
+    // nothing (status 0).
+    Answer respond(MHD_Connection* connection, Exchange& exchange) {
+        const std::string& method = exchange.method;
+        if (method == MHD_HTTP_METHOD_OPTIONS && isPreflight(connection)) return preflight();
         Caller caller;
-        if (!authenticate(connection, caller)) return send(connection, challenge());
-        const Route route = routeOf(path);
-        if (route.area == Area::OUTSIDE) {
-            return send(connection, statusAnswer(MHD_HTTP_NOT_FOUND, options_.beautify));
+        if (!authenticate(connection, caller)) return challenge();
+        if (!caller.anonymous) exchange.user = caller.requestInfo.session().name();
+        std::string path;
+        try {
+            path = percentDecode(pathOf(exchange.target));
+        } catch (const std::invalid_argument& e) {
+            return badRequest(e.what(), pathOf(exchange.target));
         }
+        const Route route = routeOf(path);
+        if (route.area == Area::OUTSIDE) return statusAnswer(MHD_HTTP_NOT_FOUND, options_.beautify);
+        if (method == MHD_HTTP_METHOD_OPTIONS) return options(route, caller);
         std::optional<Method> request = resourceMethod(method);
         if (route.area == Area::EVENTS && method != MHD_HTTP_METHOD_GET) {
-            return send(connection, notAllowed(ALLOW_STREAM));
+            return notAllowed(ALLOW_STREAM);
         }
-        if (route.area != Area::RESOURCES && request != READ) {
-            return send(connection, notAllowed(ALLOW_GET));
-        }
-        if (!request) return send(connection, notAllowed(ALLOW_ALL));
+        if (route.area != Area::RESOURCES && request != READ) return notAllowed(ALLOW_GET);
+        if (!request) return notAllowed(ALLOW_ALL);
         if (route.area == Area::SCHEMA) request = SCHEMA;
         Arguments arguments;
         try {
             arguments = Arguments(queryOf(exchange.target));
         } catch (const Exception& rejected) {
-            return send(connection, rejection(rejected));
+            return rejection(rejected);
         }
         if (route.area == Area::EVENTS) {
             return openStream(connection, caller, route.uri, arguments, exchange);
         }
-        return send(connection, run(*request, route.uri, arguments, caller, exchange.body));
+        if (!acceptsJson(header(connection, MHD_HTTP_HEADER_ACCEPT))) {
+            return statusAnswer(MHD_HTTP_NOT_ACCEPTABLE, options_.beautify);
+        }
+        if (carriesBody(method) && !exchange.body.empty() &&
+            !isJsonContentType(header(connection, MHD_HTTP_HEADER_CONTENT_TYPE))) {
+            return statusAnswer(MHD_HTTP_UNSUPPORTED_MEDIA_TYPE, options_.beautify);
+        }
+        const Request call{*request, route.uri,     arguments,
+                           caller,   exchange.body, queryOf(exchange.target)};
+        if (*request == READ || *request == SCHEMA) return read(connection, call);
+        return write(connection, call);
+    }
+
+    // What a request asks of the engine.
+    struct Request {
+        Method method;
+        const std::string& uri;
+        const Arguments& arguments;
+        const Caller& caller;
+        const std::string& body;
+        std::string query;
+    };
+
+    // GET and HEAD: the answer carries its entity tag, and is 304 without a body when the
+    // client's copy is current.
+    Answer read(MHD_Connection* connection, const Request& call) {
+        Answer answer = run(call);
+        if (answer.status != MHD_HTTP_OK) return answer;
+        const std::string tag = entityTag(answer.body);
+        if (call.method == READ) addPageLink(answer, call);
+        answer.headers.emplace_back(MHD_HTTP_HEADER_ETAG, tag);
+        if (noneMatchHolds(header(connection, MHD_HTTP_HEADER_IF_NONE_MATCH), tag)) {
+            answer.status = MHD_HTTP_NOT_MODIFIED;
+            answer.body.clear();
+        }
+        return answer;
+    }
+
+    // PUT, PATCH, POST and DELETE, run only when an If-Match precondition holds: the entity
+    // tag of the uri's GET answer (read under the same lock, so that no other request comes
+    // between) must be one that the client names.
+    Answer write(MHD_Connection* connection, const Request& call) {
+        const std::string condition = header(connection, MHD_HTTP_HEADER_IF_MATCH);
+        std::lock_guard<std::mutex> lock(engineMutex_);
+        if (!condition.empty()) {
+            const Answer current = runLocked({READ, call.uri, call.arguments, call.caller, "", ""});
+            const std::string tag =
+                current.status == MHD_HTTP_OK ? entityTag(current.body) : std::string();
+            if (!matchHolds(condition, tag)) {
+                return statusAnswer(MHD_HTTP_PRECONDITION_FAILED, options_.beautify);
+            }
+        }
+        return runLocked(call);
+    }
+
+    Answer run(const Request& call) {
+        std::lock_guard<std::mutex> lock(engineMutex_);
+        return runLocked(call);
+    }
+
+    // Requires engineMutex_.
+    Answer runLocked(const Request& call) {
+        std::string out;
+        int code = result::FAILED;
+        try {
+            code = engine_.execute(call.method, call.uri, call.arguments, call.caller.requestInfo,
+                                   call.body, out, options_.beautify);
+        } catch (const Exception& rejected) {
+            // An argument that the request context cannot read (a bad expand level) leaves
+            // execute instead of becoming a result code: it is rejected input all the same.
+            return rejection(rejected);
+        }
+        Answer answer = answerFor(code, call.method, std::move(out), call.caller);
+        if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
+            answer.headers.emplace_back(MHD_HTTP_HEADER_ALLOW, allowedAt(call.uri, call.caller));
+        } else if (answer.status == MHD_HTTP_BAD_REQUEST && !call.body.empty()) {
+            explainSyntaxError(answer, call.body);
+        }
+        return answer;
+    }
+
+    // Requires engineMutex_. The Allow header of the node at `uri` for the caller.
+    std::string allowedAt(const std::string& uri, const Caller& caller) {
+        AllowedMethods allowed;
+        engine_.allowedMethods(uri, caller.requestInfo, allowed);
+        return allowHeader(allowed);
+    }
+
+    // A body that is no JSON was refused without a document: the parser's reason and offset
+    // become its details.
+    void explainSyntaxError(Answer& answer, const std::string& body) const {
+        if (answer.body != statusAnswer(MHD_HTTP_BAD_REQUEST, options_.beautify).body) return;
+        try {
+            parseJson(body);
+        } catch (const JsonSyntaxError& e) {
+            answer.body = formatJson(errorDocument(MHD_HTTP_BAD_REQUEST, "Malformed JSON",
+                                                   {e.what(), std::to_string(e.offset())}),
+                                     options_.beautify);
+        }
+    }
+
+    // A paged collection's answer links to the next page while items remain after this one.
+    void addPageLink(Answer& answer, const Request& call) const {
+        const std::string& countKey = engine_.lexicon()->countKey;
+        long long limit = 0;
+        long long offset = 0;
+        if (countKey.empty() || options_.limitArgument.empty() ||
+            !call.arguments.getIntegerArg(options_.limitArgument, limit) || limit <= 0) {
+            return;
+        }
+        if (!options_.offsetArgument.empty()) {
+            call.arguments.getIntegerArg(options_.offsetArgument, offset, 0);
+        }
+        const long long count = countOf(answer.body, countKey);
+        if (offset < 0 || count <= offset + limit) return;
+        const std::string query =
+            withArgument(call.query, options_.offsetArgument, std::to_string(offset + limit));
+        answer.headers.emplace_back("Link", "<" + options_.basePath + percentEncodePath(call.uri) +
+                                                "?" + query + ">; rel=\"next\"");
+    }
+
+    // The integer member `key` of the JSON object `body`, or -1.
+    static long long countOf(const std::string& body, const std::string& key) {
+        try {
+            const cxxtools::SerializationInfo document = parseJson(body);
+            const cxxtools::SerializationInfo* count = document.findMember(key);
+            long long value = -1;
+            if (count != nullptr && (count->isInt() || count->isUInt())) count->getValue(value);
+            return value;
+        } catch (const std::exception&) {
+            return -1;
+        }
+    }
+
+    // OPTIONS: 204 with the methods that the caller may use on the addressed node.
+    Answer options(const Route& route, const Caller& caller) {
+        Answer answer{MHD_HTTP_NO_CONTENT, "", {}};
+        if (route.area == Area::SCHEMA) return withHeader(answer, MHD_HTTP_HEADER_ALLOW, ALLOW_GET);
+        if (route.area == Area::EVENTS) {
+            return withHeader(answer, MHD_HTTP_HEADER_ALLOW, ALLOW_STREAM);
+        }
+        std::lock_guard<std::mutex> lock(engineMutex_);
+        AllowedMethods allowed;
+        const int code = engine_.allowedMethods(route.uri, caller.requestInfo, allowed);
+        if (code != result::DONE) return answerFor(code, READ, "", caller);
+        return withHeader(answer, MHD_HTTP_HEADER_ALLOW, allowHeader(allowed));
+    }
+
+    // A CORS preflight: an OPTIONS request from a browser, which carries no credentials.
+    bool isPreflight(MHD_Connection* connection) const {
+        return originAllowed(options_.corsOrigins, header(connection, "Origin")) &&
+               !header(connection, "Access-Control-Request-Method").empty();
+    }
+
+    Answer preflight() const {
+        return {MHD_HTTP_NO_CONTENT,
+                "",
+                {{"Access-Control-Allow-Methods", ALLOW_ALL},
+                 {"Access-Control-Allow-Headers", ALLOWED_REQUEST_HEADERS},
+                 {"Access-Control-Max-Age", PREFLIGHT_MAX_AGE}}};
+    }
+
+    // An answer from an allowed origin tells the browser that the page may see it.
+    void addCorsHeaders(MHD_Connection* connection, MHD_Response* response) const {
+        if (options_.corsOrigins.empty()) return;
+        MHD_add_response_header(response, "Vary", "Origin");
+        const std::string origin = header(connection, "Origin");
+        if (!originAllowed(options_.corsOrigins, origin)) return;
+        MHD_add_response_header(response, "Access-Control-Allow-Origin", origin.c_str());
+        MHD_add_response_header(response, "Access-Control-Allow-Credentials", "true");
+        MHD_add_response_header(response, "Access-Control-Expose-Headers", EXPOSED_HEADERS);
+    }
+
+    // Queues `answer` (nothing for status 0: an event stream already queued) and records it for
+    // the access log.
+    MHD_Result send(MHD_Connection* connection, Exchange& exchange, const Answer& answer) {
+        if (answer.status == 0) return exchange.stream ? MHD_YES : MHD_NO;
+        exchange.status = answer.status;
+        exchange.bytes = answer.body.size();
+        MHD_Response* response = MHD_create_response_from_buffer(
+            answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
+        if (response == nullptr) return MHD_NO;
+        if (!answer.body.empty()) {
+            MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+        }
+        addHeaders(response, answer.headers);
+        addCorsHeaders(connection, response);
+        return queue(connection, response, answer.status);
     }
 
     // Without credentials the caller is anonymous when that is allowed; credentials that do
@@ -354,54 +609,39 @@ class Server::Impl {
         return {Area::RESOURCES, below};
     }
 
-    Answer run(Method method, const std::string& uri, const Arguments& arguments,
-               const Caller& caller, const std::string& body) {
-        std::string out;
-        int code = result::FAILED;
-        try {
-            std::lock_guard<std::mutex> lock(engineMutex_);
-            code = engine_.execute(method, uri, arguments, caller.requestInfo, body, out,
-                                   options_.beautify);
-        } catch (const Exception& rejected) {
-            // An argument that the request context cannot read (a bad expand level) leaves
-            // execute instead of becoming a result code: it is rejected input all the same.
-            return rejection(rejected);
-        }
-        return answerFor(code, method, std::move(out), caller);
-    }
-
     // Opens the stream once the caller may read the uri; the interval argument is the stream's
     // own and is not handed to the engine.
-    MHD_Result openStream(MHD_Connection* connection, const Caller& caller, const std::string& uri,
-                          const Arguments& query, Exchange& exchange) {
+    Answer openStream(MHD_Connection* connection, const Caller& caller, const std::string& uri,
+                      const Arguments& query, Exchange& exchange) {
         if (!containsIgnoringCase(header(connection, MHD_HTTP_HEADER_ACCEPT), EVENT_STREAM)) {
-            return send(connection, statusAnswer(MHD_HTTP_NOT_ACCEPTABLE, options_.beautify));
+            return statusAnswer(MHD_HTTP_NOT_ACCEPTABLE, options_.beautify);
         }
         unsigned long long interval = 0;
         try {
             query.getUnsignedIntegerArg(INTERVAL, interval, options_.defaultInterval.count());
         } catch (const Exception& rejected) {
-            return send(connection, rejection(rejected));
+            return rejection(rejected);
         }
         std::vector<Arguments::Pair> kept;
         for (const Arguments::Pair& pair : query.pairs()) {
             if (pair.first != INTERVAL) kept.push_back(pair);
         }
         const Arguments arguments(kept);
-        const Answer check = run(READ, uri, arguments, caller, "");
-        if (check.status >= MHD_HTTP_BAD_REQUEST) return send(connection, check);
-        if (streams_.full()) return send(connection, streamsFull());
+        const Answer check = run({READ, uri, arguments, caller, "", ""});
+        if (check.status >= MHD_HTTP_BAD_REQUEST) return check;
+        if (streams_.full()) return streamsFull();
         const auto longest =
             static_cast<unsigned long long>(std::chrono::milliseconds::max().count());
         const std::chrono::milliseconds period(static_cast<long long>(std::min(interval, longest)));
         const int code =
             streams_.open(connection, caller.requestInfo, uri, arguments, period, exchange.stream);
-        if (code != result::DONE) return send(connection, answerFor(code, READ, "", caller));
-        return sendStream(connection, exchange.stream);
+        if (code != result::DONE) return answerFor(code, READ, "", caller);
+        exchange.status = MHD_HTTP_OK;
+        if (sendStream(connection, exchange.stream) != MHD_YES) exchange.stream.reset();
+        return Answer{0, "", {}};
     }
 
-    static MHD_Result sendStream(MHD_Connection* connection,
-                                 const std::shared_ptr<EventStream>& stream) {
+    MHD_Result sendStream(MHD_Connection* connection, const std::shared_ptr<EventStream>& stream) {
         auto* holder = new std::shared_ptr<EventStream>(stream);
         MHD_Response* response = MHD_create_response_from_callback(
             MHD_SIZE_UNKNOWN, STREAM_BLOCK_SIZE, &readStream, holder, &releaseStream);
@@ -411,6 +651,7 @@ class Server::Impl {
         }
         MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, EVENT_STREAM);
         MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-cache");
+        addCorsHeaders(connection, response);
         return queue(connection, response, MHD_HTTP_OK);
     }
 
@@ -474,6 +715,12 @@ class Server::Impl {
         return documentAnswer(MHD_HTTP_BAD_REQUEST, errorDocument(rejected), options_.beautify);
     }
 
+    Answer badRequest(const std::string& message, const std::string& detail) const {
+        return documentAnswer(MHD_HTTP_BAD_REQUEST,
+                              errorDocument(MHD_HTTP_BAD_REQUEST, message, {detail}),
+                              options_.beautify);
+    }
+
     // `text` with '"' and '\' escaped, for a quoted header parameter.
     static std::string quoted(const std::string& text) {
         std::string escaped;
@@ -489,11 +736,15 @@ class Server::Impl {
     std::mutex engineMutex_;
     EventStreams streams_;
     MHD_Daemon* daemon_ = nullptr;
-    unsigned short port_ = 0;
+    // Read from any thread: set once listening, 0 when stopped.
+    std::atomic<unsigned short> port_{0};
+    RunWaker runWaker_;
 };
 
 Server::Server(JsonDataModelEngine& engine, ServerOptions options) {
     if (options.allOrNothingUpdates) engine.setAllOrNothingUpdates(true);
+    engine.setPagingArguments(options.limitArgument, options.offsetArgument);
+    engine.setPercentEncodedResourcePaths(true);
     impl_ = std::make_unique<Impl>(engine, std::move(options));
 }
 
@@ -505,6 +756,10 @@ void Server::start() {
 
 void Server::stop() {
     impl_->stop();
+}
+
+int Server::run() {
+    return impl_->run();
 }
 
 unsigned short Server::port() const {

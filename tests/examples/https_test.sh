@@ -42,7 +42,7 @@ check() {
 }
 
 check read 200 '^"gateway"$' -u guest:guest "$base/system/hostname"
-check write 200 '' -u admin:admin -X PUT --data '"secure"' "$base/system/hostname"
+check write 200 '' -u admin:admin -X PUT --json '"secure"' "$base/system/hostname"
 check read-back 200 '^"secure"$' -u guest:guest "$base/system/hostname"
 check refused-login 401 '"error"' -u guest:wrong "$base/system/hostname"
 
@@ -57,7 +57,7 @@ curl -s -N -m 8 "${tls[@]}" -u guest:guest -H 'Accept: text/event-stream' \
     "$base/events/system/hostname?interval=100" >"$work/events" &
 stream=$!
 for _ in $(seq 50); do grep -q '^data: "secure"' "$work/events" && break; sleep 0.1; done
-curl -s -m 5 "${tls[@]}" -u admin:admin -X PUT --data '"streamed"' "$base/system/hostname" >/dev/null
+curl -s -m 5 "${tls[@]}" -u admin:admin -X PUT --json '"streamed"' "$base/system/hostname" >/dev/null
 for _ in $(seq 50); do grep -q '^data: "streamed"' "$work/events" && break; sleep 0.1; done
 kill "$stream" 2>/dev/null; wait "$stream" 2>/dev/null
 if grep -q '^data: "secure"' "$work/events" && grep -q '^data: "streamed"' "$work/events"; then

@@ -50,7 +50,7 @@ saved_number() {
 }
 
 put() {
-    curl -s -m 5 -o /dev/null -w '%{http_code}' "${admin[@]}" -X PUT --data "\"h$1\"" \
+    curl -s -m 5 -o /dev/null -w '%{http_code}' "${admin[@]}" -X PUT --json "\"h$1\"" \
         "http://127.0.0.1:$port/api/system/hostname" || true
 }
 

@@ -36,6 +36,34 @@ TEST(ErrorDocumentTest, OfAnExceptionWithOneDetailLeavesTheSecondOut) {
               formatJson(errorDocument(rejected)));
 }
 
+// The one detail of the document of a "String too long" rejection of `text`.
+std::string echoedDetail(const std::string& text) {
+    const Exception rejected(Error::STRING_TOO_LONG, "String too long", text, "8");
+    std::string detail;
+    errorDocument(rejected).getMember("error").getMember("details").getMember(0).getValue(detail);
+    return detail;
+}
+
+TEST(ErrorDocumentTest, ADetailOfTheLongestLengthIsEchoedWhole) {
+    const std::string text(MAX_DETAIL_BYTES, 'a');
+    EXPECT_EQ(echoedDetail(text), text);
+}
+
+TEST(ErrorDocumentTest, ALongerDetailIsCutAndEndsWithAnEllipsis) {
+    const std::string detail = echoedDetail(std::string(1000, 'a'));
+    EXPECT_EQ(detail, std::string(MAX_DETAIL_BYTES - 3, 'a') + "\xE2\x80\xA6");
+    EXPECT_EQ(detail.size(), MAX_DETAIL_BYTES);
+}
+
+TEST(ErrorDocumentTest, ADetailIsNeverCutInsideACharacter) {
+    std::string text = "ab";  // the cut at byte 125 falls inside a character
+    while (text.size() < 2 * MAX_DETAIL_BYTES) text += "\xC3\xA9";
+    const std::string detail = echoedDetail(text);
+    EXPECT_EQ(detail, text.substr(0, MAX_DETAIL_BYTES - 4) + "\xE2\x80\xA6");
+    EXPECT_NO_THROW(parseJson(formatJson(
+        errorDocument(Exception(Error::STRING_TOO_LONG, "String too long", text, "8")))));
+}
+
 class DefaultExceptionHandlerTest : public ::testing::Test {
   protected:
     const Lexicon lexicon_{"href", "id", "count", "items", nullptr, nullptr};

@@ -127,7 +127,7 @@ TEST_F(EventStreamTest, OtherMethodThanGetIs405) {
     const HttpReply reply =
         httpRequest("POST", url("/api/events/name"), "{}", {"Accept: text/event-stream"});
     EXPECT_EQ(405, reply.status);
-    EXPECT_EQ("GET", reply.header("allow"));
+    EXPECT_EQ("OPTIONS, GET", reply.header("allow"));
 }
 
 TEST_F(EventStreamTest, MissingUriIs404) {

@@ -64,13 +64,17 @@ inline std::string trimmed(const std::string& text) {
     return first == std::string::npos ? "" : text.substr(first, last - first + 1);
 }
 
+inline std::string lowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return text;
+}
+
 inline std::size_t appendHeader(char* data, std::size_t size, std::size_t count, void* target) {
     const std::string line(data, size * count);
     const std::size_t colon = line.find(':');
     if (colon != std::string::npos) {
-        std::string name = line.substr(0, colon);
-        std::transform(name.begin(), name.end(), name.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        const std::string name = lowerCase(line.substr(0, colon));
         (*static_cast<std::map<std::string, std::string>*>(target))[name] =
             trimmed(line.substr(colon + 1));
     }
@@ -95,7 +99,15 @@ class HttpClient {
         HttpReply reply;
         curl_easy_reset(curl_);
         curl_slist* list = nullptr;
-        for (const std::string& line : headers) list = curl_slist_append(list, line.c_str());
+        bool typed = false;
+        for (const std::string& line : headers) {
+            list = curl_slist_append(list, line.c_str());
+            typed = typed || detail::lowerCase(line).rfind("content-type:", 0) == 0;
+        }
+        // A body is JSON unless the test says otherwise (curl would call it a form).
+        if ((!body.empty() || withBody) && !typed) {
+            list = curl_slist_append(list, "Content-Type: application/json");
+        }
         curl_easy_setopt(curl_, CURLOPT_URL, url.c_str());
         curl_easy_setopt(curl_, CURLOPT_CUSTOMREQUEST, method.c_str());
         // A HEAD answer has a Content-Length but no body to wait for.
@@ -164,6 +176,18 @@ class EventStreamClient {
         return waitUntil([this] { return ended_; });
     }
 
+    // Whether the transfer has ended as a complete HTTP answer (for a chunked body: its last,
+    // empty chunk arrived).
+    bool endedCleanly() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return ended_ && result_ == CURLE_OK;
+    }
+    // Everything received so far, comments included.
+    std::string text() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return received_;
+    }
+
     // The complete events received so far; comment lines are skipped.
     std::vector<SseEvent> events() const {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -216,10 +240,11 @@ class EventStreamClient {
         curl_easy_setopt(curl, CURLOPT_XFERINFODATA, this);
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(4 * HTTP_PATIENCE.count()));
-        curl_easy_perform(curl);
+        const CURLcode done = curl_easy_perform(curl);
         curl_easy_cleanup(curl);
         curl_slist_free_all(list);
         std::lock_guard<std::mutex> lock(mutex_);
+        result_ = done;
         ended_ = true;
         changed_.notify_all();
     }
@@ -254,6 +279,7 @@ class EventStreamClient {
     std::string received_;
     std::map<std::string, std::string> headers_;
     bool ended_ = false;
+    CURLcode result_ = CURLE_OK;
     std::atomic<bool> stop_{false};
     std::thread thread_;
 };

@@ -133,7 +133,7 @@ TEST_F(HttpServerTest, SchemaPrefixRefusesOtherMethodsWith405) {
     start();
     const HttpReply reply = httpRequest("PUT", url("/api/schema/name"), "\"x\"");
     EXPECT_EQ(405, reply.status);
-    EXPECT_EQ("GET, HEAD", reply.header("allow"));
+    EXPECT_EQ("OPTIONS, GET, HEAD", reply.header("allow"));
     EXPECT_EQ("\"vara\"", get("/api/name").body);
 }
 
@@ -157,9 +157,9 @@ TEST_F(HttpServerTest, QueryStringReachesTheArguments) {
 
 TEST_F(HttpServerTest, UnknownHttpMethodIs405WithAllow) {
     start();
-    const HttpReply reply = httpRequest("OPTIONS", url("/api/name"));
+    const HttpReply reply = httpRequest("PROPFIND", url("/api/name"));
     EXPECT_EQ(405, reply.status);
-    EXPECT_EQ("GET, HEAD, PUT, PATCH, POST, DELETE", reply.header("allow"));
+    EXPECT_EQ("OPTIONS, GET, HEAD, PUT, PATCH, POST, DELETE", reply.header("allow"));
     EXPECT_EQ(R"({"error":{"code":405,"message":"Method Not Allowed","details":[]}})", reply.body);
 }
 
@@ -189,6 +189,7 @@ TEST_F(HttpServerTest, MethodThatTheNodeDoesNotAllowIs405) {
     const HttpReply reply = httpRequest("PUT", url("/api/serial"), "\"B2\"");
     EXPECT_EQ(405, reply.status);
     EXPECT_EQ(R"({"error":{"code":405,"message":"Method Not Allowed","details":[]}})", reply.body);
+    EXPECT_EQ("OPTIONS, GET, HEAD", reply.header("allow"));
     EXPECT_EQ("\"A1\"", get("/api/serial").body);
 }
 
@@ -213,7 +214,9 @@ TEST_F(HttpServerTest, MalformedJsonIs400AndChangesNothing) {
     start();
     const HttpReply reply = httpRequest("PUT", url("/api/name"), "not json");
     EXPECT_EQ(400, reply.status);
-    EXPECT_EQ(R"({"error":{"code":400,"message":"Bad Request","details":[]}})", reply.body);
+    EXPECT_EQ(R"({"error":{"code":400,"message":"Malformed JSON","details":[)"
+              R"("invalid JSON at byte 1: invalid literal, expected null","1"]}})",
+              reply.body);
     EXPECT_EQ("\"vara\"", get("/api/name").body);
 }
 

@@ -2,6 +2,7 @@
 
 #include <cxxtools/serializationinfo.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -23,8 +24,12 @@ namespace http {
 cxxtools::SerializationInfo errorDocument(long long code, const std::string& message,
                                           const std::vector<std::string>& details);
 
+// The longest detail that an error document echoes: a longer one (a rejected text is echoed in
+// its detail) is cut to at most this many bytes, at a character boundary, and ends with "…".
+constexpr std::size_t MAX_DETAIL_BYTES = 128;
+
 // Returns the document of a rejected input: its id, its message, then detail1 and, when it is
-// not empty, detail2 as the details.
+// not empty, detail2 as the details, each cut to MAX_DETAIL_BYTES.
 cxxtools::SerializationInfo errorDocument(const Exception& exception);
 
 // An exception handler for dme::Exception (and types derived from it): replaces the answer by

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "dme/engine.h"
 #include "dme/methods.h"
@@ -40,6 +41,22 @@ struct StatusTable {
 // Server::engineMutex().
 using Authenticator =
     std::function<std::optional<SessionInfo>(const std::string& user, const std::string& password)>;
+
+// One finished exchange, as an access log records it.
+struct AccessLogEntry {
+    std::string method;  // as sent: "GET", "PUT", ...
+    std::string target;  // the request target as sent, query string included
+    unsigned int status = 0;
+    // The bytes of the answer's body: of an event stream, every byte sent on it.
+    std::size_t bytes = 0;
+    // From the request line to the end of the answer (for an event stream, its whole life).
+    std::chrono::microseconds duration{0};
+    std::string user;  // the authenticated user, empty for anonymous or refused callers
+};
+
+// Called once per finished exchange, on the server's network thread: it must not block for
+// long, and must not use the engine without Server::engineMutex().
+using AccessLog = std::function<void(const AccessLogEntry&)>;
 
 // How a Server listens and answers. A plain value type: copy it, change what you need, hand it
 // to the Server's constructor.
@@ -94,6 +111,15 @@ struct ServerOptions {
     // all-or-nothing updates on (DataModelEngine::setAllOrNothingUpdates). When false, the
     // engine is left as the application set it.
     bool allOrNothingUpdates = true;
+    // Origins (as browsers send them: "https://portal.example.com") whose pages may call the
+    // server from a browser (CORS); "*" allows every origin. Empty: no CORS headers at all.
+    std::vector<std::string> corsOrigins;
+    // The query arguments that page a collection's GET ("?limit=20&offset=40"); both empty
+    // turn paging off (DataModelEngine::setPagingArguments, set by the server's constructor).
+    std::string limitArgument = "limit";
+    std::string offsetArgument = "offset";
+    // Called once per finished exchange; none by default.
+    AccessLog accessLog;
 };
 
 // Serves one JsonDataModelEngine over HTTP/1.1.
@@ -131,10 +157,18 @@ class Server {
     // when bindAddress is no IP address and std::runtime_error("Cannot listen on <address> port
     // <port>") when the server cannot listen there.
     void start();
-    // Ends every event stream (their observers are unsubscribed), closes every connection and
-    // stops listening. Does nothing when the server is not running. Must not be called while
-    // holding engineMutex().
+    // Ends every event stream with a last comment and the end of its chunked body (waiting up
+    // to a second for them to be sent; their observers are unsubscribed), closes every
+    // connection and stops listening. Does nothing when the server is not running. Must not be
+    // called while holding engineMutex().
     void stop();
+    // Starts the server unless it runs, then blocks until SIGINT or SIGTERM arrives or stop()
+    // is called from another thread, and stops the server. Returns the signal's number, or 0
+    // after stop(). While it blocks, the two signals are handled by the server (the handlers
+    // in place before come back on return), so it must run on a thread that does not block
+    // them. At most one run() at a time in a process: std::logic_error("Server::run() already
+    // running") otherwise; start() may throw as above.
+    int run();
     // The port listened on while running (the one picked for port 0); 0 when not running.
     unsigned short port() const;
     // Whether start() succeeded and stop() was not called since.
