@@ -124,11 +124,15 @@ struct ServerOptions {
 
 // Serves one JsonDataModelEngine over HTTP/1.1.
 //
-// Requests under the base path run against the engine: GET → READ, PUT and PATCH → UPDATE,
-// POST → CREATE, DELETE → DELETE, GET under the schema prefix → SCHEMA. The query string is
-// handed to Arguments as it is and the body is JSON text. The result code becomes a status
-// through the status table; a successful answer carries the engine's JSON, an error answer the
-// engine's error document when it wrote one (see defaultExceptionHandler) and else the
+// Requests under the base path run against the engine: GET and HEAD → READ, PUT and PATCH →
+// UPDATE, POST → CREATE, DELETE → DELETE, GET under the schema prefix → SCHEMA; OPTIONS answers
+// the node's Allow (DataModelEngine::allowedMethods). The path is percent-decoded, the query
+// string is handed to Arguments as it is and the body is JSON text (415 for another media type,
+// 406 when Accept excludes JSON). GET answers carry an ETag (304 for If-None-Match) and writes
+// honour If-Match (412); resource paths in answers are percent-encoded; a collection's GET is
+// paged by limitArgument and offsetArgument, with a Link to the next page. The result code becomes
+// a status through the status table; a successful answer carries the engine's JSON, an error answer
+// the engine's error document when it wrote one (see defaultExceptionHandler) and else the
 // binding's (see error_document.h). Every JSON answer has "Content-Type: application/json".
 // A status 403 given to a request without credentials becomes 401 with a challenge.
 //
