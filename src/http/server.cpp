@@ -627,7 +627,7 @@ class Server::Impl {
             if (pair.first != INTERVAL) kept.push_back(pair);
         }
         const Arguments arguments(kept);
-        const Answer check = run({READ, uri, arguments, caller, "", ""});
+        Answer check = run({READ, uri, arguments, caller, "", ""});
         if (check.status >= MHD_HTTP_BAD_REQUEST) return check;
         if (streams_.full()) return streamsFull();
         const auto longest =

@@ -1,9 +1,8 @@
 // What REST clients, proxies and browsers expect of the binding beyond the methods: OPTIONS and
 // Allow, entity tags and preconditions, CORS, media types, percent-encoded paths, the access
 // log, Server::run() and the clean end of event streams at stop().
-#include <signal.h>
-
 #include <atomic>
+#include <csignal>
 #include <thread>
 
 #include "http_fixture.h"
