@@ -6,6 +6,7 @@
 #include <functional>
 #include <stdexcept>
 
+#include "../tree/names/hex_digit.h"
 #include "dme/exception.h"
 
 namespace dme {
@@ -14,17 +15,9 @@ namespace {
 
 constexpr std::uint32_t GOLDEN_RATIO = 0x9E3779B9u;
 
-// The value of a hexadecimal digit, or -1 for any other character.
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
-}
-
 // The hex digit at `pos` of the query; a position past its end is no digit either.
 int hexDigitAt(const std::string& query, std::size_t pos) {
-    const int value = pos < query.size() ? hexValue(query[pos]) : -1;
+    const int value = pos < query.size() ? internal::hexDigitValue(query[pos]) : -1;
     if (value < 0) Exception::throwArgumentMalformedQuery(query);
     return value;
 }

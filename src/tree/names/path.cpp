@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "hex_digit.h"
 #include "walk_room.h"
 
 namespace dme {
@@ -192,13 +193,6 @@ bool isPathByte(unsigned char c) {
     return std::isalnum(c) != 0 || std::strchr(KEPT, c) != nullptr;
 }
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 }  // namespace
 
 std::string percentEncodePath(const std::string& path) {
@@ -226,8 +220,8 @@ std::string percentDecode(const std::string& text) {
             decoded += text[i];
             continue;
         }
-        const int high = i + 2 < text.size() ? hexValue(text[i + 1]) : -1;
-        const int low = high < 0 ? -1 : hexValue(text[i + 2]);
+        const int high = i + 2 < text.size() ? internal::hexDigitValue(text[i + 1]) : -1;
+        const int low = high < 0 ? -1 : internal::hexDigitValue(text[i + 2]);
         if (low < 0) throw std::invalid_argument("Malformed percent-encoding");
         decoded += static_cast<char>(high * 16 + low);
         i += 2;
