@@ -175,6 +175,18 @@ load: configure
 	    $$(pkg-config --cflags --libs libcurl) -pthread
 	./scripts/load.sh $(BUILD_DIR) $(LOAD_SECONDS)
 
+# `make test-browser`: the browser console (src/http/console) in a real headless Chromium,
+# driven by Selenium against dme-device-server (tests/browser); the screenshot of the main page
+# is written to $(BUILD_DIR)/console.png.
+BROWSER_PACKAGES := chromium chromium-driver python3-selenium
+
+.PHONY: test-browser
+
+test-browser: configure
+	@./scripts/install-deps.sh $(BROWSER_PACKAGES)
+	cmake --build $(BUILD_DIR) -j $(JOBS) --target dme-device-server
+	tests/browser/run_console_test.sh $(BUILD_DIR)/dme-device-server $(BUILD_DIR)
+
 # `make check-format`: every C++ file of the repository follows .clang-format.
 # `make tidy`: clang-tidy with the checks of .clang-tidy on every source of the libraries, any
 # finding an error. Both run in CI.

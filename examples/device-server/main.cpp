@@ -187,6 +187,7 @@ int main(int argc, char** argv) {
         serverOptions.tlsCertificateFile = options.tlsCertificateFile;
         serverOptions.tlsKeyFile = options.tlsKeyFile;
         serverOptions.corsOrigins = options.corsOrigins;
+        serverOptions.console = true;
         std::ofstream logFile;
         if (options.accessLogFile == "-") {
             serverOptions.accessLog = accessLogTo(std::cout);
@@ -214,6 +215,8 @@ int main(int argc, char** argv) {
         const std::string scheme = options.tlsCertificateFile.empty() ? "http" : "https";
         std::cout << "dme-device-server: serving the example gateway on " << scheme << "://"
                   << options.bindAddress << ":" << server.port() << "/api\n"
+                  << "  console: " << scheme << "://" << options.bindAddress << ":" << server.port()
+                  << "/\n"
                   << "  try: curl -u guest:guest '" << scheme << "://" << options.bindAddress << ":"
                   << server.port() << "/api/network?expand=3'\n"
                   << "  users: guest, operator, admin (password: the user name)\n"

@@ -26,10 +26,12 @@ std::string eventText(const char* name, const std::string& data) {
 }  // namespace
 
 EventStream::EventStream(unsigned int id, EventStreams& owner, MHD_Connection* connection,
-                         RequestInfo requestInfo, std::string uri, Arguments arguments)
+                         RequestInfo requestInfo, std::string user, std::string uri,
+                         Arguments arguments)
     : id_(id),
       owner_(owner),
       requestInfo_(std::move(requestInfo)),
+      user_(std::move(user)),
       uri_(std::move(uri)),
       arguments_(std::move(arguments)),
       connection_(connection) {}
@@ -122,14 +124,21 @@ bool EventStreams::full() const {
     return streams_.size() >= options_.maxStreams;
 }
 
+std::size_t EventStreams::countOf(const std::string& user) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return static_cast<std::size_t>(
+        std::count_if(streams_.begin(), streams_.end(),
+                      [&user](const auto& entry) { return entry.second->user() == user; }));
+}
+
 int EventStreams::open(MHD_Connection* connection, const RequestInfo& requestInfo,
-                       const std::string& uri, const Arguments& arguments,
+                       const std::string& user, const std::string& uri, const Arguments& arguments,
                        std::chrono::milliseconds interval, std::shared_ptr<EventStream>& stream) {
     std::shared_ptr<EventStream> created;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        created = std::make_shared<EventStream>(nextId_++, *this, connection, requestInfo, uri,
-                                                arguments);
+        created = std::make_shared<EventStream>(nextId_++, *this, connection, requestInfo, user,
+                                                uri, arguments);
         streams_.emplace(created->id(), created);
     }
     int code = result::FAILED;

@@ -33,7 +33,7 @@ class EventStreams;
 class EventStream : public IDataModelObserver {
   public:
     EventStream(unsigned int id, EventStreams& owner, MHD_Connection* connection,
-                RequestInfo requestInfo, std::string uri, Arguments arguments);
+                RequestInfo requestInfo, std::string user, std::string uri, Arguments arguments);
     EventStream(const EventStream&) = delete;
     EventStream& operator=(const EventStream&) = delete;
 
@@ -55,6 +55,8 @@ class EventStream : public IDataModelObserver {
     std::size_t bytesSent() const;
     unsigned int id() const { return id_; }
     const RequestInfo& requestInfo() const { return requestInfo_; }
+    // The authenticated user who opened the stream; empty for an anonymous caller.
+    const std::string& user() const { return user_; }
     const std::string& uri() const { return uri_; }
     const Arguments& arguments() const { return arguments_; }
 
@@ -65,6 +67,7 @@ class EventStream : public IDataModelObserver {
     const unsigned int id_;
     EventStreams& owner_;
     const RequestInfo requestInfo_;
+    const std::string user_;
     const std::string uri_;
     const Arguments arguments_;
     mutable std::mutex mutex_;
@@ -98,11 +101,13 @@ class EventStreams {
 
     // Whether maxStreams streams are open.
     bool full() const;
-    // Registers a stream for `connection` and subscribes it to `uri` with immediate
+    // The number of open streams of `user` (anonymous callers together are the user "").
+    std::size_t countOf(const std::string& user) const;
+    // Registers a stream of `user` for `connection` and subscribes it to `uri` with immediate
     // notification. Returns the engine's result; on 0 `stream` is the new stream, otherwise
     // nothing stays registered.
-    int open(MHD_Connection* connection, const RequestInfo& requestInfo, const std::string& uri,
-             const Arguments& arguments, std::chrono::milliseconds interval,
+    int open(MHD_Connection* connection, const RequestInfo& requestInfo, const std::string& user,
+             const std::string& uri, const Arguments& arguments, std::chrono::milliseconds interval,
              std::shared_ptr<EventStream>& stream);
     // The connection of `stream` has ended: detaches it, unsubscribes it and forgets it.
     void close(EventStream& stream);

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 
 namespace dme {
 namespace http {
@@ -142,6 +143,39 @@ std::string withArgument(const std::string& query, const std::string& name,
         start = end + 1;
     }
     return result + name + "=" + value;
+}
+
+std::optional<HeadFault> headFault(
+    const std::string& version, const std::vector<std::pair<std::string, std::string>>& headers) {
+    std::size_t hosts = 0;
+    std::size_t authorizations = 0;
+    std::vector<std::string> lengths;
+    std::vector<std::string> codings;
+    for (const auto& field : headers) {
+        const std::string name = lowerCase(field.first);
+        if (name == "host") ++hosts;
+        if (name == "authorization") ++authorizations;
+        if (name == "content-length") lengths.push_back(trimmed(field.second));
+        if (name == "transfer-encoding") {
+            for (const std::string& coding : listItems(field.second)) {
+                codings.push_back(lowerCase(coding));
+            }
+        }
+    }
+    if (version == "HTTP/1.1" && hosts == 0) return HeadFault{400, "Missing Host"};
+    if (hosts > 1) return HeadFault{400, "Duplicate Host"};
+    if (std::adjacent_find(lengths.begin(), lengths.end(), std::not_equal_to<>()) !=
+        lengths.end()) {
+        return HeadFault{400, "Conflicting Content-Length"};
+    }
+    if (!lengths.empty() && !codings.empty()) {
+        return HeadFault{400, "Content-Length with Transfer-Encoding"};
+    }
+    if (!codings.empty() && codings != std::vector<std::string>{"chunked"}) {
+        return HeadFault{501, "Unsupported Transfer-Encoding"};
+    }
+    if (authorizations > 1) return HeadFault{400, "Duplicate Authorization"};
+    return std::nullopt;
 }
 
 }  // namespace http

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dme/methods.h"
@@ -37,6 +39,23 @@ std::string allowHeader(AllowedMethods allowed);
 
 // Whether `origin` is among `allowed` ("*" allows any origin).
 bool originAllowed(const std::vector<std::string>& allowed, const std::string& origin);
+
+// Why a request's head cannot be served safely, as the status and message of its refusal.
+struct HeadFault {
+    unsigned int status;
+    const char* message;
+};
+
+// The fault of a request head of HTTP `version` with the header fields `headers` (name, value;
+// in the order received), or nothing when it may be served. Refused, because a proxy in front
+// of the server could read the request otherwise than the server does: an HTTP/1.1 request
+// without exactly one Host (400 "Missing Host" / "Duplicate Host"), Content-Length fields that
+// differ (400 "Conflicting Content-Length"), a Content-Length with a Transfer-Encoding (400
+// "Content-Length with Transfer-Encoding"), a transfer coding other than "chunked" (501
+// "Unsupported Transfer-Encoding"), more than one Authorization (400 "Duplicate
+// Authorization").
+std::optional<HeadFault> headFault(const std::string& version,
+                                   const std::vector<std::pair<std::string, std::string>>& headers);
 
 // `query` with every argument named `name` removed and "<name>=<value>" appended.
 std::string withArgument(const std::string& query, const std::string& name,

@@ -20,6 +20,8 @@
 
 #include "answer.h"
 #include "basic_auth.h"
+#include "connection_watch.h"
+#include "console.h"
 #include "dme/arguments.h"
 #include "dme/diagnostics.h"
 #include "dme/exception.h"
@@ -72,9 +74,14 @@ constexpr char ALLOW_STREAM[] = "OPTIONS, GET";
 constexpr char EVENT_STREAM[] = "text/event-stream";
 constexpr char INTERVAL[] = "interval";
 constexpr char ALLOWED_REQUEST_HEADERS[] =
-    "Authorization, Content-Type, Accept, If-Match, If-None-Match, Last-Event-ID";
+    "Authorization, Content-Type, Accept, If-Match, If-None-Match, Last-Event-ID, "
+    "X-Requested-With";
 constexpr char EXPOSED_HEADERS[] = "ETag, Location, Link, Retry-After, Allow, WWW-Authenticate";
 constexpr char PREFLIGHT_MAX_AGE[] = "600";
+// The most arguments that a query string may have.
+constexpr long MAX_QUERY_ARGUMENTS = 128;
+// The longest interval that an event stream may ask for: a day.
+constexpr std::chrono::milliseconds MAX_STREAM_INTERVAL = std::chrono::hours(24);
 // How long stop() waits for ending event streams to be sent.
 constexpr std::chrono::seconds STREAM_END_PATIENCE{1};
 
@@ -125,6 +132,20 @@ std::string header(MHD_Connection* connection, const char* name) {
     return value == nullptr ? "" : value;
 }
 
+// The header fields of the request on `connection`, in the order received.
+std::vector<std::pair<std::string, std::string>> headerFields(MHD_Connection* connection) {
+    std::vector<std::pair<std::string, std::string>> fields;
+    MHD_get_connection_values(
+        connection, MHD_HEADER_KIND,
+        [](void* target, MHD_ValueKind, const char* name, const char* value) {
+            static_cast<std::vector<std::pair<std::string, std::string>>*>(target)->emplace_back(
+                name, value == nullptr ? "" : value);
+            return MHD_YES;
+        },
+        &fields);
+    return fields;
+}
+
 bool declaredLongerThan(MHD_Connection* connection, std::size_t limit) {
     const std::string length = header(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
     if (length.empty()) return false;
@@ -133,6 +154,17 @@ bool declaredLongerThan(MHD_Connection* connection, std::size_t limit) {
     } catch (const std::exception&) {
         return false;
     }
+}
+
+bool hasHeader(const Answer& answer, const char* name) {
+    return std::any_of(answer.headers.begin(), answer.headers.end(),
+                       [name](const auto& item) { return item.first == name; });
+}
+
+// A request made by a page's script ("X-Requested-With: XMLHttpRequest"): its 401 answers carry
+// no challenge, so that the browser shows no login dialog of its own over the page's.
+bool isScripted(MHD_Connection* connection) {
+    return header(connection, "X-Requested-With") == "XMLHttpRequest";
 }
 
 Answer withHeader(Answer answer, const char* name, std::string value) {
@@ -146,9 +178,12 @@ MHD_Result queue(MHD_Connection* connection, MHD_Response* response, unsigned in
     return queued;
 }
 
-void addHeaders(MHD_Response* response,
+// Adds `headers` to `response`, except a challenge for a script's request (see isScripted).
+void addHeaders(MHD_Connection* connection, MHD_Response* response,
                 const std::vector<std::pair<std::string, std::string>>& headers) {
+    const bool scripted = isScripted(connection);
     for (const auto& extra : headers) {
+        if (scripted && extra.first == MHD_HTTP_HEADER_WWW_AUTHENTICATE) continue;
         MHD_add_response_header(response, extra.first.c_str(), extra.second.c_str());
     }
 }
@@ -204,19 +239,21 @@ class Server::Impl {
         if (address.ipv6) flags |= MHD_USE_IPv6;
         if (!options_.tlsCertificatePem.empty()) flags |= MHD_USE_TLS;
         std::vector<MHD_OptionItem> tls = tlsOptions();
-        daemon_ = MHD_start_daemon(flags, options_.port, nullptr, nullptr, &Impl::onRequest, this,
-                                   MHD_OPTION_SOCK_ADDR, address.get(), MHD_OPTION_URI_LOG_CALLBACK,
-                                   &Impl::onRequestLine, this, MHD_OPTION_NOTIFY_COMPLETED,
-                                   &Impl::onCompleted, this, MHD_OPTION_CONNECTION_LIMIT,
-                                   options_.maxConnections, MHD_OPTION_CONNECTION_TIMEOUT,
-                                   static_cast<unsigned int>(options_.idleTimeout.count()),
-                                   MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
+        daemon_ = MHD_start_daemon(
+            flags, options_.port, nullptr, nullptr, &Impl::onRequest, this, MHD_OPTION_SOCK_ADDR,
+            address.get(), MHD_OPTION_URI_LOG_CALLBACK, &Impl::onRequestLine, this,
+            MHD_OPTION_NOTIFY_COMPLETED, &Impl::onCompleted, this, MHD_OPTION_NOTIFY_CONNECTION,
+            &Impl::onConnection, this, MHD_OPTION_CONNECTION_LIMIT, options_.maxConnections,
+            MHD_OPTION_PER_IP_CONNECTION_LIMIT, options_.maxConnectionsPerAddress,
+            MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned int>(options_.idleTimeout.count()),
+            MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
         if (daemon_ == nullptr) {
             throw std::runtime_error("Cannot listen on " + options_.bindAddress + " port " +
                                      std::to_string(options_.port));
         }
         port_ = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT)->port;
         streams_.start();
+        watch_.start();
     }
 
     // The event thread stops first and ends every stream, whose last bytes the daemon gets a
@@ -227,6 +264,7 @@ class Server::Impl {
         streams_.stop();
         streams_.waitUntilClosed(STREAM_END_PATIENCE);
         MHD_stop_daemon(daemon_);
+        watch_.stop();
         daemon_ = nullptr;
         port_ = 0;
         streams_.closeAll();
@@ -258,6 +296,9 @@ class Server::Impl {
             options.tlsCertificatePem = pemFile(options.tlsCertificateFile);
         }
         if (!options.tlsKeyFile.empty()) options.tlsKeyPem = pemFile(options.tlsKeyFile);
+        if (options.console && options.basePath.empty()) {
+            throw std::invalid_argument("The console needs a base path");
+        }
         if (options.tlsCertificatePem.empty() != options.tlsKeyPem.empty()) {
             throw std::invalid_argument("HTTPS needs both a certificate and a private key");
         }
@@ -283,17 +324,37 @@ class Server::Impl {
         return items;
     }
 
-    static void* onRequestLine(void*, const char* target, MHD_Connection*) {
+    // A query of more arguments than MAX_QUERY_ARGUMENTS cannot be answered: the HTTP library
+    // may run out of its per-connection memory taking them apart and then answer nothing, so the
+    // connection is dropped at once.
+    static void* onRequestLine(void* self, const char* target, MHD_Connection* connection) {
         auto* exchange = new Exchange;
         exchange->target = target;
+        const std::string query = queryOf(exchange->target);
+        if (std::count(query.begin(), query.end(), '&') >= MAX_QUERY_ARGUMENTS) {
+            static_cast<Impl*>(self)->watch_.drop(connection);
+        }
         return exchange;
     }
 
-    static void onCompleted(void* self, MHD_Connection*, void** context,
+    static void onConnection(void* self, MHD_Connection* connection, void** context,
+                             MHD_ConnectionNotificationCode code) {
+        ConnectionWatch& watch = static_cast<Impl*>(self)->watch_;
+        if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+            watch.closed(*context);
+            return;
+        }
+        const MHD_ConnectionInfo* info =
+            MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+        if (info != nullptr) watch.opened(info->connect_fd, context);
+    }
+
+    static void onCompleted(void* self, MHD_Connection* connection, void** context,
                             MHD_RequestTerminationCode) {
+        auto* impl = static_cast<Impl*>(self);
+        impl->watch_.awaiting(connection);
         auto* exchange = static_cast<Exchange*>(*context);
         if (exchange == nullptr) return;
-        auto* impl = static_cast<Impl*>(self);
         if (exchange->stream) {
             exchange->bytes = exchange->stream->bytesSent();
             impl->streams_.close(*exchange->stream);
@@ -321,13 +382,13 @@ class Server::Impl {
     }
 
     static MHD_Result onRequest(void* self, MHD_Connection* connection, const char*,
-                                const char* method, const char*, const char* data,
+                                const char* method, const char* version, const char* data,
                                 std::size_t* size, void** context) {
         auto* exchange = static_cast<Exchange*>(*context);
         if (exchange == nullptr) return MHD_NO;
         auto* impl = static_cast<Impl*>(self);
         try {
-            return impl->receive(connection, method, data, size, *exchange);
+            return impl->receive(connection, method, version, data, size, *exchange);
         } catch (const std::exception&) {
             return impl->send(connection, *exchange,
                               statusAnswer(MHD_HTTP_INTERNAL_SERVER_ERROR, false));
@@ -335,13 +396,21 @@ class Server::Impl {
     }
 
     // Called first for the headers, then once per piece of body, then once more to answer.
-    // A body declared too long is refused at once; one that turns out too long is read to its
-    // end and dropped, so that the client sees the answer rather than a reset connection.
-    MHD_Result receive(MHD_Connection* connection, const char* method, const char* data,
-                       std::size_t* size, Exchange& exchange) {
+    // A head that could be read otherwise by a proxy, or a body declared too long, is refused at
+    // once; a body that turns out too long is read to its end and dropped, so that the client
+    // sees the answer rather than a reset connection.
+    MHD_Result receive(MHD_Connection* connection, const char* method, const char* version,
+                       const char* data, std::size_t* size, Exchange& exchange) {
         if (!exchange.begun) {
             exchange.begun = true;
             exchange.method = method;
+            if (const std::optional<HeadFault> fault =
+                    headFault(version, headerFields(connection))) {
+                return send(
+                    connection, exchange,
+                    documentAnswer(fault->status, errorDocument(fault->status, fault->message, {}),
+                                   options_.beautify));
+            }
             if (!declaredLongerThan(connection, options_.maxBodyBytes)) return MHD_YES;
             return send(connection, exchange,
                         statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify));
@@ -365,9 +434,6 @@ class Server::Impl {
     Answer respond(MHD_Connection* connection, Exchange& exchange) {
         const std::string& method = exchange.method;
         if (method == MHD_HTTP_METHOD_OPTIONS && isPreflight(connection)) return preflight();
-        Caller caller;
-        if (!authenticate(connection, caller)) return challenge();
-        if (!caller.anonymous) exchange.user = caller.requestInfo.session().name();
         std::string path;
         try {
             path = percentDecode(pathOf(exchange.target));
@@ -375,7 +441,10 @@ class Server::Impl {
             return badRequest(e.what(), pathOf(exchange.target));
         }
         const Route route = routeOf(path);
-        if (route.area == Area::OUTSIDE) return statusAnswer(MHD_HTTP_NOT_FOUND, options_.beautify);
+        if (route.area == Area::OUTSIDE) return outside(connection, path, method);
+        Caller caller;
+        if (!authenticate(connection, caller)) return challenge();
+        if (!caller.anonymous) exchange.user = caller.requestInfo.session().name();
         if (method == MHD_HTTP_METHOD_OPTIONS) return options(route, caller);
         std::optional<Method> request = resourceMethod(method);
         if (route.area == Area::EVENTS && method != MHD_HTTP_METHOD_GET) {
@@ -404,6 +473,17 @@ class Server::Impl {
                            caller,   exchange.body, queryOf(exchange.target)};
         if (*request == READ || *request == SCHEMA) return read(connection, call);
         return write(connection, call);
+    }
+
+    // A path outside the base path: a page of the console when it is served, else 404. Both
+    // without credentials, since the console's page is where a user logs in.
+    Answer outside(MHD_Connection* connection, const std::string& path,
+                   const std::string& method) const {
+        if (!options_.console || !isConsolePath(path)) {
+            return statusAnswer(MHD_HTTP_NOT_FOUND, options_.beautify);
+        }
+        return consoleAnswer(path, method, header(connection, MHD_HTTP_HEADER_IF_NONE_MATCH),
+                             options_, *engine_.lexicon());
     }
 
     // What a request asks of the engine.
@@ -570,15 +650,16 @@ class Server::Impl {
     // the access log.
     MHD_Result send(MHD_Connection* connection, Exchange& exchange, const Answer& answer) {
         if (answer.status == 0) return exchange.stream ? MHD_YES : MHD_NO;
+        watch_.answering(connection);
         exchange.status = answer.status;
         exchange.bytes = answer.body.size();
         MHD_Response* response = MHD_create_response_from_buffer(
             answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
         if (response == nullptr) return MHD_NO;
-        if (!answer.body.empty()) {
+        if (!answer.body.empty() && !hasHeader(answer, MHD_HTTP_HEADER_CONTENT_TYPE)) {
             MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
         }
-        addHeaders(response, answer.headers);
+        addHeaders(connection, response, answer.headers);
         addCorsHeaders(connection, response);
         return queue(connection, response, answer.status);
     }
@@ -616,9 +697,9 @@ class Server::Impl {
         if (!containsIgnoringCase(header(connection, MHD_HTTP_HEADER_ACCEPT), EVENT_STREAM)) {
             return statusAnswer(MHD_HTTP_NOT_ACCEPTABLE, options_.beautify);
         }
-        unsigned long long interval = 0;
+        long long interval = 0;
         try {
-            query.getUnsignedIntegerArg(INTERVAL, interval, options_.defaultInterval.count());
+            interval = streamInterval(query);
         } catch (const Exception& rejected) {
             return rejection(rejected);
         }
@@ -630,12 +711,12 @@ class Server::Impl {
         Answer check = run({READ, uri, arguments, caller, "", ""});
         if (check.status >= MHD_HTTP_BAD_REQUEST) return check;
         if (streams_.full()) return streamsFull();
-        const auto longest =
-            static_cast<unsigned long long>(std::chrono::milliseconds::max().count());
-        const std::chrono::milliseconds period(static_cast<long long>(std::min(interval, longest)));
+        if (streams_.countOf(exchange.user) >= options_.maxStreamsPerUser) return userStreamsFull();
         const int code =
-            streams_.open(connection, caller.requestInfo, uri, arguments, period, exchange.stream);
+            streams_.open(connection, caller.requestInfo, exchange.user, uri, arguments,
+                          std::chrono::milliseconds(interval), exchange.stream);
         if (code != result::DONE) return answerFor(code, READ, "", caller);
+        watch_.streaming(connection, exchange.stream);
         exchange.status = MHD_HTTP_OK;
         if (sendStream(connection, exchange.stream) != MHD_YES) exchange.stream.reset();
         return Answer{0, "", {}};
@@ -690,14 +771,32 @@ class Server::Impl {
         }
     }
 
-    // Every event-stream slot is taken: a closed stream's slot is freed at its next heartbeat
-    // at the latest, which Retry-After tells the client to wait for.
+    // The stream's interval in milliseconds: the default without an "interval" argument;
+    // dme::Exception "Argument invalid type" for one that is no integer, "Argument out of
+    // range" for one below 0 or over MAX_STREAM_INTERVAL.
+    long long streamInterval(const Arguments& query) const {
+        long long interval = 0;
+        query.getIntegerArg(INTERVAL, interval, options_.defaultInterval.count());
+        if (interval < 0 || interval > MAX_STREAM_INTERVAL.count()) {
+            std::string value;
+            query.getStringArg(INTERVAL, value);
+            Exception::throwArgumentOutOfRange(
+                INTERVAL, value, "[0, " + std::to_string(MAX_STREAM_INTERVAL.count()) + "]");
+        }
+        return interval;
+    }
+
+    // Every event-stream slot is taken: slots come free when streams end, which a client that
+    // hangs up does at once, so Retry-After asks for a second.
     Answer streamsFull() const {
-        const auto seconds =
-            std::chrono::ceil<std::chrono::seconds>(options_.heartbeatInterval).count();
         return withHeader(statusAnswer(MHD_HTTP_SERVICE_UNAVAILABLE, options_.beautify),
-                          MHD_HTTP_HEADER_RETRY_AFTER,
-                          std::to_string(std::max<long long>(1, seconds)));
+                          MHD_HTTP_HEADER_RETRY_AFTER, "1");
+    }
+
+    // The caller holds as many streams as one user may.
+    Answer userStreamsFull() const {
+        return withHeader(statusAnswer(MHD_HTTP_TOO_MANY_REQUESTS, options_.beautify),
+                          MHD_HTTP_HEADER_RETRY_AFTER, "1");
     }
 
     Answer challenge() const {
@@ -735,6 +834,7 @@ class Server::Impl {
     const ServerOptions options_;
     std::mutex engineMutex_;
     EventStreams streams_;
+    ConnectionWatch watch_{options_.requestTimeout};
     MHD_Daemon* daemon_ = nullptr;
     // Read from any thread: set once listening, 0 when stopped.
     std::atomic<unsigned short> port_{0};

@@ -86,11 +86,23 @@ struct ServerOptions {
     std::size_t maxBodyBytes = std::size_t{1024} * 1024;
     // Event streams open at once; one more is answered 503.
     unsigned int maxStreams = 8;
-    // Connections open at once (event streams included); further ones are refused by the
-    // server before any answer.
-    unsigned int maxConnections = 64;
+    // Event streams that one user (all anonymous callers together count as one) may hold at
+    // once; one more is answered 429. Keep it below maxStreams, so that one user cannot take
+    // every stream.
+    unsigned int maxStreamsPerUser = 4;
+    // Connections open at once (event streams included); further ones wait in the system's
+    // accept queue until a slot comes free.
+    unsigned int maxConnections = 128;
+    // Connections open at once from one client address; further ones are closed as soon as
+    // they are accepted. 0: no limit but maxConnections.
+    unsigned int maxConnectionsPerAddress = 32;
+    // A request must arrive whole (request line, headers and body) within this time of its
+    // connection's opening or of the end of the previous answer on it; otherwise the connection
+    // is closed. This bounds how long any client, however slow or silent, holds a slot. 0: no
+    // limit but idleTimeout.
+    std::chrono::milliseconds requestTimeout{5000};
     // A connection on which nothing is received or sent for this long is closed (a client that
-    // sends its request too slowly, or does not read its answer). Whole seconds; 0 never closes.
+    // does not read its answer). Whole seconds; 0 never closes.
     std::chrono::seconds idleTimeout{30};
     // The minimal interval between two events of a stream whose query has no "interval".
     std::chrono::milliseconds defaultInterval{1000};
@@ -120,6 +132,11 @@ struct ServerOptions {
     std::string offsetArgument = "offset";
     // Called once per finished exchange; none by default.
     AccessLog accessLog;
+    // Whether the browser console is served: "/" is a page that logs in, draws the tree from
+    // its schema and values, writes changes and follows event streams; its files come from the
+    // library itself ("/console/..."). Requires a base path other than "" (std::invalid_argument
+    // "The console needs a base path" otherwise).
+    bool console = false;
 };
 
 // Serves one JsonDataModelEngine over HTTP/1.1.
@@ -141,12 +158,16 @@ struct ServerOptions {
 // "event: change" with the current READ of the uri as one line of JSON (or "event: error" with
 // an error document when that READ fails). Closing the connection unsubscribes.
 //
-// Threads: the server runs one network thread and one event thread, however many connections
-// and streams are open. Every engine call that the server makes (requests, notification reads,
-// subscribing and unsubscribing) holds engineMutex(), so that the engine serves one request at a
-// time; the application must hold it too around its own engine calls while the server runs.
-// start(), stop() and port() are called from the application's thread, not concurrently.
-// Neither copyable nor movable; the engine must outlive the server.
+// Hostile clients: connections are limited in total and per client address, a request must
+// arrive whole within requestTimeout, heads that a proxy could read otherwise are refused, and
+// one user holds at most maxStreamsPerUser streams (see docs/http.md).
+//
+// Threads: the server runs one network thread, one event thread and one watch thread, however
+// many connections and streams are open. Every engine call that the server makes (requests,
+// notification reads, subscribing and unsubscribing) holds engineMutex(), so that the engine serves
+// one request at a time; the application must hold it too around its own engine calls while the
+// server runs. start(), stop() and port() are called from the application's thread, not
+// concurrently. Neither copyable nor movable; the engine must outlive the server.
 class Server {
   public:
     // Keeps `engine` by reference and `options` by copy; does not listen yet.
