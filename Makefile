@@ -144,7 +144,8 @@ valgrind: deps
 	done; exit $$status
 
 # `make fuzz`: the libFuzzer targets of fuzz/ (query strings, uris and the path browser, select
-# texts, whole requests to the example gateway), built with clang under AddressSanitizer and
+# texts, JSON text, whole requests to the example gateway's engine and to its HTTP binding, its
+# saved configuration file), built with clang under AddressSanitizer and
 # UndefinedBehaviorSanitizer in their own build directory, each run for FUZZ_SECONDS from its
 # committed seed corpus (scripts/fuzz.sh). Any crash, sanitizer report, leak or failed check
 # fails the run and leaves the input in FUZZ_BUILD_DIR/fuzz-artifacts/.
@@ -153,20 +154,29 @@ valgrind: deps
 # errors and the service's memory, and fails on any error or on memory growth.
 FUZZ_BUILD_DIR ?= build-fuzz
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS := arguments path select engine json
+FUZZ_TARGETS := arguments path select engine json http saved_config
+FUZZ_CAMPAIGN_SECONDS ?= 600
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 LOAD_SECONDS ?= 60
 LOAD_PACKAGES := libcurl4-openssl-dev pkg-config
 
-.PHONY: fuzz load
+.PHONY: fuzz fuzz-build fuzz-campaign load
 
-fuzz: deps
+fuzz-build: deps
 	@./scripts/install-deps.sh $(FUZZ_PACKAGES)
 	cmake -S . -B $(FUZZ_BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
 	    -DDME_SANITIZE=fuzzer-no-link,address,undefined -DDME_BUILD_FUZZ=ON \
-	    -DDME_BUILD_TESTS=OFF -DDME_BUILD_HTTP=OFF
+	    -DDME_BUILD_TESTS=OFF -DDME_BUILD_HTTP=ON
 	cmake --build $(FUZZ_BUILD_DIR) -j $(JOBS) --target $(addprefix dme-fuzz-,$(FUZZ_TARGETS))
+
+fuzz: fuzz-build
 	./scripts/fuzz.sh $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
+# `make fuzz-campaign`: every target for FUZZ_CAMPAIGN_SECONDS, in parallel on the cores there
+# are, then the committed corpora replaced by their minimised union with what was found (see
+# scripts/fuzz-campaign.sh and docs/reliability.md). Not run by CI.
+fuzz-campaign: fuzz-build
+	./scripts/fuzz-campaign.sh $(FUZZ_BUILD_DIR) $(FUZZ_CAMPAIGN_SECONDS) $(FUZZ_TARGETS)
 
 load: configure
 	@./scripts/install-deps.sh $(LOAD_PACKAGES)

@@ -126,16 +126,11 @@ bool passwordsHidden(const cxxtools::SerializationInfo& tree) {
     return true;
 }
 
-// A fixed clock, so that the status reads the same on every model.
-std::chrono::seconds stoppedClock() {
-    return std::chrono::seconds(1000);
-}
-
 // One fresh model with its engine, and the admin who runs the requests.
 class Gateway {
   public:
     Gateway()
-        : model_(DME_FUZZ_FACTORY, stoppedClock),
+        : model_(DME_FUZZ_FACTORY, fuzz::stoppedClock),
           engine_(model_.dataModel(), "fuzz"),
           admin_(*example::builtInSession("admin"), {}) {}
 

@@ -42,7 +42,7 @@ void ConnectionWatch::stop() {
 }
 
 void ConnectionWatch::opened(int fd, void** context) {
-    auto record = std::make_unique<Record>(Record{fd, State::AWAITING, Clock::now(), {}});
+    auto record = std::make_unique<Record>(Record{fd, State::AWAITING, Clock::now(), false, {}});
     *context = record.get();
     std::lock_guard<std::mutex> lock(mutex_);
     records_.emplace(record.get(), std::move(record));
@@ -70,9 +70,9 @@ void ConnectionWatch::awaiting(MHD_Connection* connection) {
     setState(connection, State::AWAITING);
 }
 
-void ConnectionWatch::drop(MHD_Connection* connection) {
+void ConnectionWatch::expire(MHD_Connection* connection) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (Record* record = recordOf(connection)) end(*record);
+    if (Record* record = recordOf(connection)) record->expired = true;
 }
 
 // Requires the lock (the record may be closed otherwise).
@@ -90,6 +90,7 @@ void ConnectionWatch::setState(MHD_Connection* connection, State state) {
         if (record->state == State::ENDING) return;
         record->state = state;
         record->since = Clock::now();
+        record->expired = false;
         record->stream.reset();
     }
 }
@@ -113,8 +114,8 @@ void ConnectionWatch::sweep() {
     const Clock::time_point now = Clock::now();
     for (auto& entry : records_) {
         Record& record = *entry.second;
-        if (record.state == State::AWAITING && requestTimeout_.count() > 0 &&
-            now - record.since >= requestTimeout_) {
+        const bool overdue = requestTimeout_.count() > 0 && now - record.since >= requestTimeout_;
+        if (record.state == State::AWAITING && (record.expired || overdue)) {
             end(record);
         } else if (record.state == State::STREAMING && hungUp(record.fd)) {
             if (const auto stream = record.stream.lock()) stream->finish();

@@ -45,8 +45,9 @@ class ConnectionWatch {
     void streaming(MHD_Connection* connection, const std::shared_ptr<EventStream>& stream);
     // The connection's exchange has ended: it waits for its next request.
     void awaiting(MHD_Connection* connection);
-    // Shuts the connection down now, for a request that cannot be answered.
-    void drop(MHD_Connection* connection);
+    // The connection's request may never arrive whole (the HTTP library may stall on it): unless
+    // it is being answered by the watch's next look, the connection is shut down then.
+    void expire(MHD_Connection* connection);
 
   private:
     using Clock = std::chrono::steady_clock;
@@ -55,6 +56,7 @@ class ConnectionWatch {
         int fd;
         State state;
         Clock::time_point since;
+        bool expired;
         std::weak_ptr<EventStream> stream;
     };
 

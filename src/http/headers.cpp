@@ -145,6 +145,15 @@ std::string withArgument(const std::string& query, const std::string& name,
     return result + name + "=" + value;
 }
 
+std::string fieldValue(const std::vector<std::pair<std::string, std::string>>& fields,
+                       const std::string& name) {
+    const std::string wanted = lowerCase(name);
+    for (const auto& field : fields) {
+        if (lowerCase(field.first) == wanted) return field.second;
+    }
+    return std::string();
+}
+
 std::optional<HeadFault> headFault(
     const std::string& version, const std::vector<std::pair<std::string, std::string>>& headers) {
     std::size_t hosts = 0;

@@ -40,6 +40,10 @@ std::string allowHeader(AllowedMethods allowed);
 // Whether `origin` is among `allowed` ("*" allows any origin).
 bool originAllowed(const std::vector<std::string>& allowed, const std::string& origin);
 
+// The value of the first field named `name` (in any case) of `fields`, or "".
+std::string fieldValue(const std::vector<std::pair<std::string, std::string>>& fields,
+                       const std::string& name);
+
 // Why a request's head cannot be served safely, as the status and message of its refusal.
 struct HeadFault {
     unsigned int status;

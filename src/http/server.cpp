@@ -37,16 +37,24 @@ namespace dme {
 namespace http {
 namespace {
 
+// An event stream that a request asks for and may have: what it subscribes to, for whom.
+struct StreamOpening {
+    RequestInfo requestInfo;
+    bool anonymous;
+    std::string uri;
+    Arguments arguments;
+    std::chrono::milliseconds interval;
+};
+
 // The state of one request on a connection, from its request line to its completion.
 struct Exchange {
-    std::string target;  // the request target as sent, query string included
-    bool begun = false;  // whether the access handler has seen the request's headers
-    std::string body;
+    HttpRequest request;  // as received so far: the head, then the body
+    bool begun = false;   // whether the access handler has seen the request's headers
     bool tooLarge = false;
-    std::shared_ptr<EventStream> stream;  // set when the request opened an event stream
+    std::optional<StreamOpening> opening;  // set when the request may open an event stream
+    std::shared_ptr<EventStream> stream;   // set when the request opened an event stream
     // What the access log records.
     std::chrono::steady_clock::time_point received = std::chrono::steady_clock::now();
-    std::string method;
     std::string user;
     unsigned int status = 0;
     std::size_t bytes = 0;
@@ -66,6 +74,8 @@ struct Route {
     Area area;
     std::string uri;
 };
+
+using Fields = std::vector<std::pair<std::string, std::string>>;
 
 constexpr std::size_t STREAM_BLOCK_SIZE = 4096;
 constexpr char ALLOW_ALL[] = "OPTIONS, GET, HEAD, PUT, PATCH, POST, DELETE";
@@ -107,6 +117,12 @@ std::string pathOf(const std::string& target) {
     return target.substr(0, target.find('?'));
 }
 
+// Whether the query of `target` has more than MAX_QUERY_ARGUMENTS arguments.
+bool hasTooManyArguments(const std::string& target) {
+    const std::string query = queryOf(target);
+    return std::count(query.begin(), query.end(), '&') >= MAX_QUERY_ARGUMENTS;
+}
+
 bool carriesBody(const std::string& method) {
     return method == MHD_HTTP_METHOD_PUT || method == MHD_HTTP_METHOD_PATCH ||
            method == MHD_HTTP_METHOD_POST;
@@ -127,27 +143,25 @@ bool containsIgnoringCase(const std::string& text, const std::string& word) {
     return lower.find(word) != std::string::npos;
 }
 
-std::string header(MHD_Connection* connection, const char* name) {
-    const char* value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
-    return value == nullptr ? "" : value;
-}
-
 // The header fields of the request on `connection`, in the order received.
-std::vector<std::pair<std::string, std::string>> headerFields(MHD_Connection* connection) {
-    std::vector<std::pair<std::string, std::string>> fields;
+Fields headerFields(MHD_Connection* connection) {
+    Fields fields;
     MHD_get_connection_values(
         connection, MHD_HEADER_KIND,
         [](void* target, MHD_ValueKind, const char* name, const char* value) {
-            static_cast<std::vector<std::pair<std::string, std::string>>*>(target)->emplace_back(
-                name, value == nullptr ? "" : value);
+            static_cast<Fields*>(target)->emplace_back(name, value == nullptr ? "" : value);
             return MHD_YES;
         },
         &fields);
     return fields;
 }
 
-bool declaredLongerThan(MHD_Connection* connection, std::size_t limit) {
-    const std::string length = header(connection, MHD_HTTP_HEADER_CONTENT_LENGTH);
+std::string header(const HttpRequest& request, const char* name) {
+    return fieldValue(request.headers, name);
+}
+
+bool declaredLongerThan(const HttpRequest& request, std::size_t limit) {
+    const std::string length = header(request, MHD_HTTP_HEADER_CONTENT_LENGTH);
     if (length.empty()) return false;
     try {
         return std::stoull(length) > limit;
@@ -163,8 +177,8 @@ bool hasHeader(const Answer& answer, const char* name) {
 
 // A request made by a page's script ("X-Requested-With: XMLHttpRequest"): its 401 answers carry
 // no challenge, so that the browser shows no login dialog of its own over the page's.
-bool isScripted(MHD_Connection* connection) {
-    return header(connection, "X-Requested-With") == "XMLHttpRequest";
+bool isScripted(const HttpRequest& request) {
+    return header(request, "X-Requested-With") == "XMLHttpRequest";
 }
 
 Answer withHeader(Answer answer, const char* name, std::string value) {
@@ -178,13 +192,9 @@ MHD_Result queue(MHD_Connection* connection, MHD_Response* response, unsigned in
     return queued;
 }
 
-// Adds `headers` to `response`, except a challenge for a script's request (see isScripted).
-void addHeaders(MHD_Connection* connection, MHD_Response* response,
-                const std::vector<std::pair<std::string, std::string>>& headers) {
-    const bool scripted = isScripted(connection);
-    for (const auto& extra : headers) {
-        if (scripted && extra.first == MHD_HTTP_HEADER_WWW_AUTHENTICATE) continue;
-        MHD_add_response_header(response, extra.first.c_str(), extra.second.c_str());
+void addHeaders(MHD_Response* response, const Fields& headers) {
+    for (const auto& field : headers) {
+        MHD_add_response_header(response, field.first.c_str(), field.second.c_str());
     }
 }
 
@@ -324,15 +334,14 @@ class Server::Impl {
         return items;
     }
 
-    // A query of more arguments than MAX_QUERY_ARGUMENTS cannot be answered: the HTTP library
-    // may run out of its per-connection memory taking them apart and then answer nothing, so the
-    // connection is dropped at once.
+    // A query of too many arguments is answered 414, but the HTTP library may run out of its
+    // per-connection memory taking the arguments apart and never hand the request over: the
+    // watch then closes the connection at once.
     static void* onRequestLine(void* self, const char* target, MHD_Connection* connection) {
         auto* exchange = new Exchange;
-        exchange->target = target;
-        const std::string query = queryOf(exchange->target);
-        if (std::count(query.begin(), query.end(), '&') >= MAX_QUERY_ARGUMENTS) {
-            static_cast<Impl*>(self)->watch_.drop(connection);
+        exchange->request.target = target;
+        if (hasTooManyArguments(exchange->request.target)) {
+            static_cast<Impl*>(self)->watch_.expire(connection);
         }
         return exchange;
     }
@@ -367,8 +376,8 @@ class Server::Impl {
     void log(const Exchange& exchange) const {
         if (!options_.accessLog || exchange.status == 0) return;
         AccessLogEntry entry;
-        entry.method = exchange.method;
-        entry.target = exchange.target;
+        entry.method = exchange.request.method;
+        entry.target = exchange.request.target;
         entry.status = exchange.status;
         entry.bytes = exchange.bytes;
         entry.duration = std::chrono::duration_cast<std::chrono::microseconds>(
@@ -401,24 +410,19 @@ class Server::Impl {
     // sees the answer rather than a reset connection.
     MHD_Result receive(MHD_Connection* connection, const char* method, const char* version,
                        const char* data, std::size_t* size, Exchange& exchange) {
+        HttpRequest& request = exchange.request;
         if (!exchange.begun) {
             exchange.begun = true;
-            exchange.method = method;
-            if (const std::optional<HeadFault> fault =
-                    headFault(version, headerFields(connection))) {
-                return send(
-                    connection, exchange,
-                    documentAnswer(fault->status, errorDocument(fault->status, fault->message, {}),
-                                   options_.beautify));
-            }
-            if (!declaredLongerThan(connection, options_.maxBodyBytes)) return MHD_YES;
-            return send(connection, exchange,
-                        statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify));
+            request.method = method;
+            request.version = version;
+            request.headers = headerFields(connection);
+            const std::optional<Answer> refusal = headRefusal(request);
+            return refusal ? send(connection, exchange, *refusal) : MHD_YES;
         }
         if (*size != 0) {
             exchange.tooLarge =
-                exchange.tooLarge || exchange.body.size() + *size > options_.maxBodyBytes;
-            if (!exchange.tooLarge) exchange.body.append(data, *size);
+                exchange.tooLarge || request.body.size() + *size > options_.maxBodyBytes;
+            if (!exchange.tooLarge) request.body.append(data, *size);
             *size = 0;
             return MHD_YES;
         }
@@ -426,24 +430,63 @@ class Server::Impl {
             return send(connection, exchange,
                         statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify));
         }
-        return send(connection, exchange, respond(connection, exchange));
+        const Answer answer = respond(exchange);
+        if (exchange.opening) return startStream(connection, exchange);
+        return send(connection, exchange, answer);
     }
 
-    // The answer to a whole request; an event stream that opens is queued here and answers
-    // nothing (status 0).
-    Answer respond(MHD_Connection* connection, Exchange& exchange) {
-        const std::string& method = exchange.method;
-        if (method == MHD_HTTP_METHOD_OPTIONS && isPreflight(connection)) return preflight();
+    // The refusal of a request whose head could be read otherwise by a proxy, or whose body is
+    // declared too long; nothing for a head that may be served.
+    std::optional<Answer> headRefusal(const HttpRequest& request) const {
+        if (const std::optional<HeadFault> fault = headFault(request.version, request.headers)) {
+            return documentAnswer(fault->status, errorDocument(fault->status, fault->message, {}),
+                                  options_.beautify);
+        }
+        if (declaredLongerThan(request, options_.maxBodyBytes)) {
+            return statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify);
+        }
+        return std::nullopt;
+    }
+
+  public:
+    // Server::answer: the whole exchange at once, without a connection.
+    HttpResponse answerWhole(const HttpRequest& request) {
+        Exchange exchange;
+        exchange.request = request;
+        std::optional<Answer> answer = headRefusal(request);
+        if (!answer && request.body.size() > options_.maxBodyBytes) {
+            answer = statusAnswer(MHD_HTTP_CONTENT_TOO_LARGE, options_.beautify);
+        }
+        if (!answer) answer = respond(exchange);
+        if (exchange.opening) answer = statusAnswer(MHD_HTTP_NOT_IMPLEMENTED, options_.beautify);
+        HttpResponse response;
+        response.status = answer->status;
+        response.headers = answerHeaders(request, *answer);
+        if (request.method != MHD_HTTP_METHOD_HEAD) response.body = std::move(answer->body);
+        return response;
+    }
+
+  private:
+    // The answer to a whole request. A request that may open an event stream answers nothing
+    // (status 0) and leaves exchange.opening set.
+    Answer respond(Exchange& exchange) {
+        const HttpRequest& http = exchange.request;
+        const std::string& method = http.method;
+        if (hasTooManyArguments(http.target)) {
+            return withHeader(statusAnswer(MHD_HTTP_URI_TOO_LONG, options_.beautify),
+                              MHD_HTTP_HEADER_CONNECTION, "close");
+        }
+        if (method == MHD_HTTP_METHOD_OPTIONS && isPreflight(http)) return preflight();
         std::string path;
         try {
-            path = percentDecode(pathOf(exchange.target));
+            path = percentDecode(pathOf(http.target));
         } catch (const std::invalid_argument& e) {
-            return badRequest(e.what(), pathOf(exchange.target));
+            return badRequest(e.what(), pathOf(http.target));
         }
         const Route route = routeOf(path);
-        if (route.area == Area::OUTSIDE) return outside(connection, path, method);
+        if (route.area == Area::OUTSIDE) return outside(http, path);
         Caller caller;
-        if (!authenticate(connection, caller)) return challenge();
+        if (!authenticate(http, caller)) return challenge();
         if (!caller.anonymous) exchange.user = caller.requestInfo.session().name();
         if (method == MHD_HTTP_METHOD_OPTIONS) return options(route, caller);
         std::optional<Method> request = resourceMethod(method);
@@ -455,34 +498,32 @@ class Server::Impl {
         if (route.area == Area::SCHEMA) request = SCHEMA;
         Arguments arguments;
         try {
-            arguments = Arguments(queryOf(exchange.target));
+            arguments = Arguments(queryOf(http.target));
         } catch (const Exception& rejected) {
             return rejection(rejected);
         }
         if (route.area == Area::EVENTS) {
-            return openStream(connection, caller, route.uri, arguments, exchange);
+            return prepareStream(http, caller, route.uri, arguments, exchange);
         }
-        if (!acceptsJson(header(connection, MHD_HTTP_HEADER_ACCEPT))) {
+        if (!acceptsJson(header(http, MHD_HTTP_HEADER_ACCEPT))) {
             return statusAnswer(MHD_HTTP_NOT_ACCEPTABLE, options_.beautify);
         }
-        if (carriesBody(method) && !exchange.body.empty() &&
-            !isJsonContentType(header(connection, MHD_HTTP_HEADER_CONTENT_TYPE))) {
+        if (carriesBody(method) && !http.body.empty() &&
+            !isJsonContentType(header(http, MHD_HTTP_HEADER_CONTENT_TYPE))) {
             return statusAnswer(MHD_HTTP_UNSUPPORTED_MEDIA_TYPE, options_.beautify);
         }
-        const Request call{*request, route.uri,     arguments,
-                           caller,   exchange.body, queryOf(exchange.target)};
-        if (*request == READ || *request == SCHEMA) return read(connection, call);
-        return write(connection, call);
+        const Request call{*request, route.uri, arguments, caller, http.body, queryOf(http.target)};
+        if (*request == READ || *request == SCHEMA) return read(http, call);
+        return write(http, call);
     }
 
     // A path outside the base path: a page of the console when it is served, else 404. Both
     // without credentials, since the console's page is where a user logs in.
-    Answer outside(MHD_Connection* connection, const std::string& path,
-                   const std::string& method) const {
+    Answer outside(const HttpRequest& http, const std::string& path) const {
         if (!options_.console || !isConsolePath(path)) {
             return statusAnswer(MHD_HTTP_NOT_FOUND, options_.beautify);
         }
-        return consoleAnswer(path, method, header(connection, MHD_HTTP_HEADER_IF_NONE_MATCH),
+        return consoleAnswer(path, http.method, header(http, MHD_HTTP_HEADER_IF_NONE_MATCH),
                              options_, *engine_.lexicon());
     }
 
@@ -498,13 +539,13 @@ class Server::Impl {
 
     // GET and HEAD: the answer carries its entity tag, and is 304 without a body when the
     // client's copy is current.
-    Answer read(MHD_Connection* connection, const Request& call) {
+    Answer read(const HttpRequest& http, const Request& call) {
         Answer answer = run(call);
         if (answer.status != MHD_HTTP_OK) return answer;
         const std::string tag = entityTag(answer.body);
         if (call.method == READ) addPageLink(answer, call);
         answer.headers.emplace_back(MHD_HTTP_HEADER_ETAG, tag);
-        if (noneMatchHolds(header(connection, MHD_HTTP_HEADER_IF_NONE_MATCH), tag)) {
+        if (noneMatchHolds(header(http, MHD_HTTP_HEADER_IF_NONE_MATCH), tag)) {
             answer.status = MHD_HTTP_NOT_MODIFIED;
             answer.body.clear();
         }
@@ -514,8 +555,8 @@ class Server::Impl {
     // PUT, PATCH, POST and DELETE, run only when an If-Match precondition holds: the entity
     // tag of the uri's GET answer (read under the same lock, so that no other request comes
     // between) must be one that the client names.
-    Answer write(MHD_Connection* connection, const Request& call) {
-        const std::string condition = header(connection, MHD_HTTP_HEADER_IF_MATCH);
+    Answer write(const HttpRequest& http, const Request& call) {
+        const std::string condition = header(http, MHD_HTTP_HEADER_IF_MATCH);
         std::lock_guard<std::mutex> lock(engineMutex_);
         if (!condition.empty()) {
             const Answer current = runLocked({READ, call.uri, call.arguments, call.caller, "", ""});
@@ -622,9 +663,9 @@ class Server::Impl {
     }
 
     // A CORS preflight: an OPTIONS request from a browser, which carries no credentials.
-    bool isPreflight(MHD_Connection* connection) const {
-        return originAllowed(options_.corsOrigins, header(connection, "Origin")) &&
-               !header(connection, "Access-Control-Request-Method").empty();
+    bool isPreflight(const HttpRequest& http) const {
+        return originAllowed(options_.corsOrigins, header(http, "Origin")) &&
+               !header(http, "Access-Control-Request-Method").empty();
     }
 
     Answer preflight() const {
@@ -636,38 +677,51 @@ class Server::Impl {
     }
 
     // An answer from an allowed origin tells the browser that the page may see it.
-    void addCorsHeaders(MHD_Connection* connection, MHD_Response* response) const {
-        if (options_.corsOrigins.empty()) return;
-        MHD_add_response_header(response, "Vary", "Origin");
-        const std::string origin = header(connection, "Origin");
-        if (!originAllowed(options_.corsOrigins, origin)) return;
-        MHD_add_response_header(response, "Access-Control-Allow-Origin", origin.c_str());
-        MHD_add_response_header(response, "Access-Control-Allow-Credentials", "true");
-        MHD_add_response_header(response, "Access-Control-Expose-Headers", EXPOSED_HEADERS);
+    Fields corsHeaders(const HttpRequest& http) const {
+        if (options_.corsOrigins.empty()) return {};
+        Fields headers{{"Vary", "Origin"}};
+        const std::string origin = header(http, "Origin");
+        if (!originAllowed(options_.corsOrigins, origin)) return headers;
+        headers.insert(headers.end(), {{"Access-Control-Allow-Origin", origin},
+                                       {"Access-Control-Allow-Credentials", "true"},
+                                       {"Access-Control-Expose-Headers", EXPOSED_HEADERS}});
+        return headers;
     }
 
-    // Queues `answer` (nothing for status 0: an event stream already queued) and records it for
-    // the access log.
+    // Every header of `answer` to `http`: its Content-Type (JSON unless the answer names one),
+    // its own headers but a challenge to a script's request (see isScripted), the CORS headers.
+    Fields answerHeaders(const HttpRequest& http, const Answer& answer) const {
+        Fields headers;
+        if (!answer.body.empty() && !hasHeader(answer, MHD_HTTP_HEADER_CONTENT_TYPE)) {
+            headers.emplace_back(MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+        }
+        const bool scripted = isScripted(http);
+        for (const auto& field : answer.headers) {
+            if (!scripted || field.first != MHD_HTTP_HEADER_WWW_AUTHENTICATE) {
+                headers.push_back(field);
+            }
+        }
+        const Fields cors = corsHeaders(http);
+        headers.insert(headers.end(), cors.begin(), cors.end());
+        return headers;
+    }
+
+    // Queues `answer` and records it for the access log.
     MHD_Result send(MHD_Connection* connection, Exchange& exchange, const Answer& answer) {
-        if (answer.status == 0) return exchange.stream ? MHD_YES : MHD_NO;
         watch_.answering(connection);
         exchange.status = answer.status;
         exchange.bytes = answer.body.size();
         MHD_Response* response = MHD_create_response_from_buffer(
             answer.body.size(), const_cast<char*>(answer.body.data()), MHD_RESPMEM_MUST_COPY);
         if (response == nullptr) return MHD_NO;
-        if (!answer.body.empty() && !hasHeader(answer, MHD_HTTP_HEADER_CONTENT_TYPE)) {
-            MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
-        }
-        addHeaders(connection, response, answer.headers);
-        addCorsHeaders(connection, response);
+        addHeaders(response, answerHeaders(exchange.request, answer));
         return queue(connection, response, answer.status);
     }
 
     // Without credentials the caller is anonymous when that is allowed; credentials that do
     // not parse, or that the authenticator refuses, are refused.
-    bool authenticate(MHD_Connection* connection, Caller& caller) const {
-        const std::string authorization = header(connection, MHD_HTTP_HEADER_AUTHORIZATION);
+    bool authenticate(const HttpRequest& http, Caller& caller) const {
+        const std::string authorization = header(http, MHD_HTTP_HEADER_AUTHORIZATION);
         if (authorization.empty()) {
             caller = Caller{RequestInfo(), true};
             return options_.allowAnonymous;
@@ -690,11 +744,11 @@ class Server::Impl {
         return {Area::RESOURCES, below};
     }
 
-    // Opens the stream once the caller may read the uri; the interval argument is the stream's
-    // own and is not handed to the engine.
-    Answer openStream(MHD_Connection* connection, const Caller& caller, const std::string& uri,
-                      const Arguments& query, Exchange& exchange) {
-        if (!containsIgnoringCase(header(connection, MHD_HTTP_HEADER_ACCEPT), EVENT_STREAM)) {
+    // Prepares the stream once the caller may read the uri and may open one more stream; the
+    // interval argument is the stream's own and is not handed to the engine.
+    Answer prepareStream(const HttpRequest& http, const Caller& caller, const std::string& uri,
+                         const Arguments& query, Exchange& exchange) {
+        if (!containsIgnoringCase(header(http, MHD_HTTP_HEADER_ACCEPT), EVENT_STREAM)) {
             return statusAnswer(MHD_HTTP_NOT_ACCEPTABLE, options_.beautify);
         }
         long long interval = 0;
@@ -712,27 +766,35 @@ class Server::Impl {
         if (check.status >= MHD_HTTP_BAD_REQUEST) return check;
         if (streams_.full()) return streamsFull();
         if (streams_.countOf(exchange.user) >= options_.maxStreamsPerUser) return userStreamsFull();
-        const int code =
-            streams_.open(connection, caller.requestInfo, exchange.user, uri, arguments,
-                          std::chrono::milliseconds(interval), exchange.stream);
-        if (code != result::DONE) return answerFor(code, READ, "", caller);
-        watch_.streaming(connection, exchange.stream);
-        exchange.status = MHD_HTTP_OK;
-        if (sendStream(connection, exchange.stream) != MHD_YES) exchange.stream.reset();
+        exchange.opening = StreamOpening{caller.requestInfo, caller.anonymous, uri, arguments,
+                                         std::chrono::milliseconds(interval)};
         return Answer{0, "", {}};
     }
 
-    MHD_Result sendStream(MHD_Connection* connection, const std::shared_ptr<EventStream>& stream) {
-        auto* holder = new std::shared_ptr<EventStream>(stream);
+    // Subscribes the prepared stream and queues its answer, or sends the engine's refusal.
+    MHD_Result startStream(MHD_Connection* connection, Exchange& exchange) {
+        const StreamOpening& opening = *exchange.opening;
+        const int code = streams_.open(connection, opening.requestInfo, exchange.user, opening.uri,
+                                       opening.arguments, opening.interval, exchange.stream);
+        if (code != result::DONE) {
+            return send(connection, exchange,
+                        answerFor(code, READ, "", Caller{opening.requestInfo, opening.anonymous}));
+        }
+        watch_.streaming(connection, exchange.stream);
+        exchange.status = MHD_HTTP_OK;
+        auto* holder = new std::shared_ptr<EventStream>(exchange.stream);
         MHD_Response* response = MHD_create_response_from_callback(
             MHD_SIZE_UNKNOWN, STREAM_BLOCK_SIZE, &readStream, holder, &releaseStream);
         if (response == nullptr) {
             delete holder;
+            exchange.stream.reset();
             return MHD_NO;
         }
-        MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, EVENT_STREAM);
-        MHD_add_response_header(response, MHD_HTTP_HEADER_CACHE_CONTROL, "no-cache");
-        addCorsHeaders(connection, response);
+        Fields headers{{MHD_HTTP_HEADER_CONTENT_TYPE, EVENT_STREAM},
+                       {MHD_HTTP_HEADER_CACHE_CONTROL, "no-cache"}};
+        const Fields cors = corsHeaders(exchange.request);
+        headers.insert(headers.end(), cors.begin(), cors.end());
+        addHeaders(response, headers);
         return queue(connection, response, MHD_HTTP_OK);
     }
 
@@ -860,6 +922,10 @@ void Server::stop() {
 
 int Server::run() {
     return impl_->run();
+}
+
+HttpResponse Server::answer(const HttpRequest& request) {
+    return impl_->answerWhole(request);
 }
 
 unsigned short Server::port() const {

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dme/engine.h"
@@ -139,6 +140,25 @@ struct ServerOptions {
     bool console = false;
 };
 
+// One HTTP request as a web server receives it. A plain value type.
+struct HttpRequest {
+    std::string method;  // "GET", "PUT", ...
+    std::string target;  // as sent: the path and the query string ("/api/system?expand=1")
+    std::string version = "HTTP/1.1";
+    // The header fields in the order received, names in any case.
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::string body;
+};
+
+// The answer to an HttpRequest. A plain value type.
+struct HttpResponse {
+    unsigned int status = 0;
+    // Every header field of the answer, Content-Type included (Date and Content-Length are the
+    // web server's).
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::string body;
+};
+
 // Serves one JsonDataModelEngine over HTTP/1.1.
 //
 // Requests under the base path run against the engine: GET and HEAD → READ, PUT and PATCH →
@@ -194,6 +214,14 @@ class Server {
     // them. At most one run() at a time in a process: std::logic_error("Server::run() already
     // running") otherwise; start() may throw as above.
     int run();
+    // Answers `request` as the server answers it on a connection, without any network: the same
+    // checks of the head and the body, authentication, routing, statuses and headers. For
+    // applications that bring their own web server, and for tests and fuzzing. An event stream
+    // needs a connection: a request that would open one is answered 501 after the same checks.
+    // Works whether the server runs or not; not recorded in the access log. Holds
+    // engineMutex() for its engine calls, so it must not be called while holding it. Safe from
+    // any thread.
+    HttpResponse answer(const HttpRequest& request);
     // The port listened on while running (the one picked for port 0); 0 when not running.
     unsigned short port() const;
     // Whether start() succeeded and stop() was not called since.
