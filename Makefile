@@ -96,15 +96,14 @@ check-armhf-core: armhf-configure
 	cd $(ARMHF_BUILD_DIR) && ctest --output-on-failure -j $(JOBS) \
 	    -L '^($(subst $() ,|,$(ARMHF_CORE_SUBSYSTEMS)))$$'
 
-# Reliability runs, each in its own build directory (see docs/reliability.md). Every report of a
-# sanitizer or of memcheck fails the run.
+# Reliability runs (see docs/reliability.md); the sanitizers build in directories of their own,
+# memcheck runs the main build's tests. Every report of a sanitizer or of memcheck fails the run.
 # `make test-asan`: the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer.
 # `make test-tsan`: the threaded suites (engine, notifier, subscriptions, thread class, the
 # notification stress test and, when it is built, the HTTP binding) under ThreadSanitizer.
-# `make valgrind`: every unit test executable under memcheck.
+# `make valgrind`: every unit test executable of $(BUILD_DIR) under memcheck.
 ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
-VALGRIND_BUILD_DIR ?= build-valgrind
 SANITIZER_PACKAGES := libasan8 libubsan1 libtsan2
 VALGRIND_PACKAGES := valgrind
 # verify_asan_link_order=0 lets the install test run its uninstrumented consumer program, which
@@ -114,6 +113,10 @@ ASAN_ENV := ASAN_OPTIONS=detect_leaks=1:check_initialization_order=1:strict_init
 TSAN_ENV := TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
 TSAN_SUITES := ^(DataModel|Engine|JsonEngine|Notifier|NotificationStress|Subscri|Thread)[A-Za-z]*\.
 VALGRIND_OPTIONS := --leak-check=full --errors-for-leak-kinds=definite,indirect --error-exitcode=1
+# memcheck computes long double in 64 bits, not x87's 80: numbers beyond the range of doubles
+# (the JSON corpus's huge exponents) then read otherwise than on the processor, so that one test
+# is left out under it.
+VALGRIND_GTEST_FILTER := -JsonTestSuite.TextsLeftToTheParserAreAcceptedOrRefusedCleanly
 
 .PHONY: test-asan test-tsan valgrind
 
@@ -134,13 +137,12 @@ test-tsan: deps
 	fi && \
 	$(TSAN_ENV) ctest --output-on-failure -j $(JOBS) -R "$$suites"
 
-valgrind: deps
+valgrind: build
 	@./scripts/install-deps.sh $(VALGRIND_PACKAGES)
-	cmake -S . -B $(VALGRIND_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug
-	cmake --build $(VALGRIND_BUILD_DIR) -j $(JOBS)
-	@status=0; for test in $(VALGRIND_BUILD_DIR)/tests/dme-*-tests; do \
+	@status=0; for test in $(BUILD_DIR)/tests/dme-*-tests; do \
 	    echo "== valgrind $$test"; \
-	    valgrind $(VALGRIND_OPTIONS) $$test --gtest_brief=1 || status=1; \
+	    valgrind $(VALGRIND_OPTIONS) $$test --gtest_brief=1 \
+	        --gtest_filter='$(VALGRIND_GTEST_FILTER)' || status=1; \
 	done; exit $$status
 
 # `make fuzz`: the libFuzzer targets of fuzz/ (query strings, uris and the path browser, select
@@ -149,7 +151,7 @@ valgrind: deps
 # UndefinedBehaviorSanitizer in their own build directory, each run for FUZZ_SECONDS from its
 # committed seed corpus (scripts/fuzz.sh). Any crash, sanitizer report, leak or failed check
 # fails the run and leaves the input in FUZZ_BUILD_DIR/fuzz-artifacts/.
-# `make load`: the example device service driven for LOAD_SECONDS over 32 connections by the
+# `make load`: the example device service driven for LOAD_SECONDS over 30 connections by the
 # load client load/dme_load.cpp (scripts/load.sh); it reports requests per second, latency,
 # errors and the service's memory, and fails on any error or on memory growth.
 FUZZ_BUILD_DIR ?= build-fuzz
@@ -158,9 +160,10 @@ FUZZ_TARGETS := arguments path select engine json http saved_config
 FUZZ_CAMPAIGN_SECONDS ?= 600
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 LOAD_SECONDS ?= 60
+SOAK_SECONDS ?= 600
 LOAD_PACKAGES := libcurl4-openssl-dev pkg-config
 
-.PHONY: fuzz fuzz-build fuzz-campaign load
+.PHONY: fuzz fuzz-build fuzz-campaign load-build load soak
 
 fuzz-build: deps
 	@./scripts/install-deps.sh $(FUZZ_PACKAGES)
@@ -178,12 +181,19 @@ fuzz: fuzz-build
 fuzz-campaign: fuzz-build
 	./scripts/fuzz-campaign.sh $(FUZZ_BUILD_DIR) $(FUZZ_CAMPAIGN_SECONDS) $(FUZZ_TARGETS)
 
-load: configure
+load-build: configure
 	@./scripts/install-deps.sh $(LOAD_PACKAGES)
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target dme-device-server
 	$(CXX) -std=c++17 -O2 -Wall -Wextra -Wpedantic load/dme_load.cpp -o $(BUILD_DIR)/dme-load \
 	    $$(pkg-config --cflags --libs libcurl) -pthread
+
+load: load-build
 	./scripts/load.sh $(BUILD_DIR) $(LOAD_SECONDS)
+
+# `make soak`: the same load for SOAK_SECONDS (10 minutes by default) with 40 slow clients
+# beside it, reporting every minute.
+soak: load-build
+	./scripts/load.sh $(BUILD_DIR) $(SOAK_SECONDS) --report-every 60 --slow 40
 
 # `make test-browser`: the browser console (src/http/console) in a real headless Chromium,
 # driven by Selenium against dme-device-server (tests/browser); the screenshot of the main page

@@ -2,15 +2,19 @@
 // reports its throughput, latency, errors and memory.
 //
 //     dme-load --url http://127.0.0.1:PORT/api --pid PID [--seconds 60] [--connections 32]
-//              [--streams 3] [--max-rss-growth 10]
+//              [--streams 3] [--max-rss-growth 10] [--report-every 0] [--slow 0]
 //
 // `connections` keep-alive connections run at once: `streams` of them hold event streams (each
-// for STREAM_HOLD, then it is reopened) and count the events that arrive; the others send a
-// fixed mix of reads (with expand and select), schema reads, updates by the users allowed to
-// make them, and requests that the service must refuse with a known status. An answer with any
-// other status, a transport failure or an "event: error" is an error. The resident memory of
-// the service (VmRSS of /proc/PID/status) is sampled before the load, every second during it and
-// after it.
+// for STREAM_HOLD, then it is reopened) and count the events that arrive; one creates an account
+// and deletes it again, over and over; the others send a fixed mix of reads (with expand and
+// select), schema reads, updates by the users allowed to make them, and requests that the
+// service must refuse with a known status. An answer with any other status, a transport failure
+// or an "event: error" is an error. `slow` more connections, from the loopback address
+// 127.0.0.2, each send one byte of a request a second and open again when the service drops
+// them. The resident memory of the service (VmRSS of /proc/PID/status) is sampled before the
+// load, every second during it and after it. With `report-every` N, a line every N seconds gives
+// that period's requests per second and latency percentiles, the errors so far, the service's
+// VmRSS and its open file descriptors.
 //
 // The first seconds of load (WARM_UP, at most a quarter of the run) cost the service a one-off
 // amount of memory: buffers for every connection and the allocator's pools for its threads.
@@ -20,7 +24,13 @@
 // Exit status: 0 when there was no error and the memory grew by less than `max-rss-growth` per
 // cent after the warm-up; 1 otherwise; 2 for a usage error.
 
+#include <arpa/inet.h>
 #include <curl/curl.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -40,9 +50,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// How long a stream connection keeps one stream before it opens the next. Longer than the
-// service's heartbeat interval (15 s), which is when it notices that a client has gone: the
-// closed streams then never fill its 8 stream slots.
+// How long a stream connection keeps one stream before it opens the next.
 constexpr std::chrono::seconds STREAM_HOLD{20};
 
 constexpr std::chrono::seconds WARM_UP{5};
@@ -97,6 +105,27 @@ std::vector<Request> requestMix(unsigned worker) {
     };
 }
 
+// What every connection saw in the current reporting period, and the errors so far.
+struct Period {
+    std::mutex mutex;
+    std::vector<double> latenciesMs;
+    std::atomic<unsigned long long> errors{0};
+
+    void add(double latencyMs) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        latenciesMs.push_back(latencyMs);
+    }
+
+    std::vector<double> take() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        std::vector<double> taken;
+        taken.swap(latenciesMs);
+        return taken;
+    }
+};
+
+Period period;
+
 // What one connection saw.
 struct Tally {
     unsigned long long reads = 0;
@@ -108,8 +137,18 @@ struct Tally {
     unsigned long long streamsOpened = 0;
     unsigned long long events = 0;
     unsigned long long heartbeats = 0;
+    unsigned long long accountsCycled = 0;
+    unsigned long long slowDropped = 0;
 
-    void error(const std::string& what) { ++errors[what]; }
+    void error(const std::string& what) {
+        ++errors[what];
+        ++period.errors;
+    }
+
+    void latency(double ms) {
+        latenciesMs.push_back(ms);
+        period.add(ms);
+    }
 
     unsigned long long errorCount() const {
         unsigned long long count = 0;
@@ -151,8 +190,7 @@ void runRequests(const std::string& base, unsigned worker, Clock::time_point dea
         }
         const Clock::time_point start = Clock::now();
         const CURLcode sent = curl_easy_perform(curl);
-        tally.latenciesMs.push_back(
-            std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+        tally.latency(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
         long status = 0;
         curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
         const std::string what = std::string(request.method) + " " + request.path;
@@ -172,6 +210,100 @@ void runRequests(const std::string& base, unsigned worker, Clock::time_point dea
     }
     curl_slist_free_all(json);
     curl_easy_cleanup(curl);
+}
+
+size_t keep(char* data, size_t size, size_t count, void* target) {
+    static_cast<std::string*>(target)->append(data, size * count);
+    return size * count;
+}
+
+// One connection that creates an account as the admin and deletes it again until the deadline.
+void runAccounts(const std::string& base, Clock::time_point deadline, Tally& tally) {
+    CURL* curl = curl_easy_init();
+    curl_slist* json = curl_slist_append(nullptr, "Content-Type: application/json");
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, 10000L);
+    curl_easy_setopt(curl, CURLOPT_HTTPHEADER, json);
+    curl_easy_setopt(curl, CURLOPT_USERPWD, "admin:admin");
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, keep);
+    const std::string account = R"({"name":"soak","role":"guest"})";
+    auto send = [&](const char* method, const std::string& url, const std::string& body,
+                    long expected, std::string& answer) {
+        answer.clear();
+        curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+        curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method);
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
+        curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
+        curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
+        const Clock::time_point start = Clock::now();
+        const CURLcode sent = curl_easy_perform(curl);
+        tally.latency(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+        long status = 0;
+        curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+        if (sent == CURLE_OK && status == expected) return true;
+        tally.error(
+            std::string(method) + " account: " +
+            (sent != CURLE_OK ? curl_easy_strerror(sent) : "status " + std::to_string(status)));
+        ++tally.failedRequests;
+        return false;
+    };
+    std::string answer;
+    while (Clock::now() < deadline) {
+        if (!send("POST", base + "/users", account, 201, answer)) continue;
+        const std::string key = "\"href\":\"";
+        const std::size_t at = answer.find(key);
+        const std::string href =
+            at == std::string::npos
+                ? ""
+                : answer.substr(at + key.size(),
+                                answer.find('"', at + key.size()) - at - key.size());
+        if (send("DELETE", base + href, "", 204, answer)) ++tally.accountsCycled;
+    }
+    curl_slist_free_all(json);
+    curl_easy_cleanup(curl);
+}
+
+// A connection from 127.0.0.2 to the service at `url`, connecting in the background; -1 when no
+// socket could be made.
+int slowConnection(const sockaddr_in& service) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    if (fd < 0) return -1;
+    sockaddr_in from{};
+    from.sin_family = AF_INET;
+    ::inet_pton(AF_INET, "127.0.0.2", &from.sin_addr);
+    ::bind(fd, reinterpret_cast<const sockaddr*>(&from), sizeof from);
+    ::connect(fd, reinterpret_cast<const sockaddr*>(&service), sizeof service);
+    return fd;
+}
+
+// `count` clients that each send one byte of a request a second until the deadline, and open
+// again when the service drops them (which it must, once a request takes too long to arrive).
+void runSlowClients(unsigned short port, unsigned count, Clock::time_point deadline, Tally& tally) {
+    sockaddr_in service{};
+    service.sin_family = AF_INET;
+    service.sin_port = htons(port);
+    ::inet_pton(AF_INET, "127.0.0.1", &service.sin_addr);
+    const std::string request = "GET /api/system HTTP/1.1\r\nHost: device\r\nX-Slow: ";
+    std::vector<int> sockets(count, -1);
+    std::vector<std::size_t> sent(count, 0);
+    while (Clock::now() < deadline) {
+        for (unsigned i = 0; i < count; ++i) {
+            if (sockets[i] < 0) sockets[i] = slowConnection(service);
+            const char byte = request[sent[i] % request.size()];
+            if (::send(sockets[i], &byte, 1, MSG_NOSIGNAL) == 1) {
+                ++sent[i];
+            } else if (errno != EAGAIN && errno != ENOTCONN) {
+                ::close(sockets[i]);
+                sockets[i] = -1;
+                sent[i] = 0;
+                ++tally.slowDropped;
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+    for (int fd : sockets) {
+        if (fd >= 0) ::close(fd);
+    }
 }
 
 // The state of one event stream: the text not yet cut into events, and when to stop reading.
@@ -206,8 +338,8 @@ int holdUntil(void* context, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
 }
 
 // One connection that holds event streams on `path` until the deadline.
-void runStreams(const std::string& base, const std::string& path, Clock::time_point deadline,
-                Tally& tally) {
+void runStreams(const std::string& base, const std::string& path, const char* user,
+                Clock::time_point deadline, Tally& tally) {
     curl_slist* accept = curl_slist_append(nullptr, "Accept: text/event-stream");
     while (Clock::now() < deadline) {
         Stream stream{tally, std::min(deadline, Clock::now() + STREAM_HOLD), ""};
@@ -215,7 +347,7 @@ void runStreams(const std::string& base, const std::string& path, Clock::time_po
         CURL* curl = curl_easy_init();
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-        curl_easy_setopt(curl, CURLOPT_USERPWD, "guest:guest");
+        curl_easy_setopt(curl, CURLOPT_USERPWD, user);
         curl_easy_setopt(curl, CURLOPT_HTTPHEADER, accept);
         curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, takeEvents);
         curl_easy_setopt(curl, CURLOPT_WRITEDATA, &stream);
@@ -247,6 +379,18 @@ long residentKb(long pid) {
     throw std::runtime_error("no VmRSS for process " + std::to_string(pid));
 }
 
+// The open file descriptors of the process.
+long openDescriptors(long pid) {
+    long count = 0;
+    if (DIR* directory = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str())) {
+        while (const dirent* entry = ::readdir(directory)) {
+            if (entry->d_name[0] != '.') ++count;
+        }
+        ::closedir(directory);
+    }
+    return count;
+}
+
 double percentile(const std::vector<double>& sorted, double p) {
     if (sorted.empty()) return 0;
     const std::size_t index = static_cast<std::size_t>(p / 100.0 * (sorted.size() - 1) + 0.5);
@@ -260,6 +404,8 @@ struct Options {
     unsigned connections = 32;
     unsigned streams = 3;
     double maxRssGrowth = 10;
+    unsigned reportEvery = 0;
+    unsigned slow = 0;
 };
 
 Options parseOptions(int argc, char** argv) {
@@ -279,13 +425,17 @@ Options parseOptions(int argc, char** argv) {
             options.streams = static_cast<unsigned>(std::stoul(value));
         } else if (name == "--max-rss-growth") {
             options.maxRssGrowth = std::stod(value);
+        } else if (name == "--report-every") {
+            options.reportEvery = static_cast<unsigned>(std::stoul(value));
+        } else if (name == "--slow") {
+            options.slow = static_cast<unsigned>(std::stoul(value));
         } else {
             throw std::invalid_argument(name);
         }
     }
     if (argc % 2 == 0 || options.url.empty() || options.pid <= 0 ||
-        options.streams >= options.connections) {
-        throw std::invalid_argument("--url and --pid are required, streams < connections");
+        options.streams + 1 >= options.connections) {
+        throw std::invalid_argument("--url and --pid are required, streams + 1 < connections");
     }
     return options;
 }
@@ -315,10 +465,34 @@ void printTotals(const Tally& total, double seconds) {
                 percentile(sorted, 99.9), sorted.empty() ? 0.0 : sorted.back());
     std::printf("event streams: %llu held, %llu change events, %llu heartbeats\n",
                 total.streamsOpened, total.events, total.heartbeats);
+    std::printf(
+        "accounts created and deleted: %llu; slow connections dropped by the service: %llu\n",
+        total.accountsCycled, total.slowDropped);
     std::printf("errors: %llu (%llu of them requests)\n", total.errorCount(), total.failedRequests);
     for (const auto& entry : total.errors) {
         std::printf("  %llu x %s\n", entry.second, entry.first.c_str());
     }
+}
+
+// The port of an "http://host:port/..." url.
+unsigned short portOf(const std::string& url) {
+    const std::size_t colon = url.find(':', url.find("//") + 2);
+    return static_cast<unsigned short>(std::stoul(url.substr(colon + 1)));
+}
+
+// One line on the period since `periodStart`: its requests per second and latencies, the errors
+// since the start, and the service's memory and descriptors.
+void report(Clock::time_point start, Clock::time_point periodStart, long pid) {
+    std::vector<double> latencies = period.take();
+    std::sort(latencies.begin(), latencies.end());
+    const double seconds = std::chrono::duration<double>(Clock::now() - periodStart).count();
+    std::printf(
+        "at %4.0f s: %.0f requests/s, p50 %.2f ms, p99 %.2f ms, p99.9 %.2f ms, errors %llu, "
+        "VmRSS %ld kB, descriptors %ld\n",
+        std::chrono::duration<double>(Clock::now() - start).count(), latencies.size() / seconds,
+        percentile(latencies, 50), percentile(latencies, 99), percentile(latencies, 99.9),
+        period.errors.load(), residentKb(pid), openDescriptors(pid));
+    std::fflush(stdout);
 }
 
 }  // namespace
@@ -330,16 +504,19 @@ int main(int argc, char** argv) {
     } catch (const std::exception& e) {
         std::cerr << "dme-load: invalid arguments (" << e.what() << ")\n"
                   << "usage: dme-load --url URL --pid PID [--seconds N] [--connections N] "
-                     "[--streams N] [--max-rss-growth PERCENT]\n";
+                     "[--streams N] [--max-rss-growth PERCENT] [--report-every SECONDS] "
+                     "[--slow N]\n";
         return 2;
     }
     curl_global_init(CURL_GLOBAL_DEFAULT);
+    // Each stream its own user: one user may hold only a few streams at once.
     const char* const streamPaths[] = {"/system", "/network/interfaces/lan", "/status"};
-    const unsigned requestConnections = options.connections - options.streams;
+    const char* const streamUsers[] = {"guest:guest", "operator:operator", "admin:admin"};
+    const unsigned requestConnections = options.connections - options.streams - 1;
     std::printf(
-        "load: %u connections (%u sending requests, %u holding event streams) for %u s "
-        "against %s\n",
-        options.connections, requestConnections, options.streams, options.seconds,
+        "load: %u connections (%u sending requests, %u holding event streams, 1 creating and "
+        "deleting accounts), %u slow clients, for %u s against %s\n",
+        options.connections, requestConnections, options.streams, options.slow, options.seconds,
         options.url.c_str());
 
     const long idleKb = residentKb(options.pid);
@@ -349,22 +526,35 @@ int main(int argc, char** argv) {
     const Clock::time_point deadline = start + std::chrono::seconds(options.seconds);
     const Clock::time_point warm = start + std::min<std::chrono::milliseconds>(
                                                WARM_UP, std::chrono::seconds(options.seconds) / 4);
-    std::vector<Tally> tallies(options.connections);
+    std::vector<Tally> tallies(options.connections + 1);
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < options.connections; ++i) {
         if (i < options.streams) {
-            threads.emplace_back(runStreams, options.url, streamPaths[i % 3], deadline,
-                                 std::ref(tallies[i]));
+            threads.emplace_back(runStreams, options.url, streamPaths[i % 3], streamUsers[i % 3],
+                                 deadline, std::ref(tallies[i]));
+        } else if (i == options.streams) {
+            threads.emplace_back(runAccounts, options.url, deadline, std::ref(tallies[i]));
         } else {
             threads.emplace_back(runRequests, options.url, i, deadline, std::ref(tallies[i]));
         }
     }
+    if (options.slow > 0) {
+        threads.emplace_back(runSlowClients, portOf(options.url), options.slow, deadline,
+                             std::ref(tallies.back()));
+    }
     std::this_thread::sleep_until(warm);
     warmKb = residentKb(options.pid);
     peakKb = std::max(peakKb, warmKb);
+    Clock::time_point nextReport = start + std::chrono::seconds(options.reportEvery);
+    Clock::time_point periodStart = start;
     while (Clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::seconds(1));
         peakKb = std::max(peakKb, residentKb(options.pid));
+        if (options.reportEvery > 0 && Clock::now() >= nextReport) {
+            report(start, periodStart, options.pid);
+            periodStart = Clock::now();
+            nextReport += std::chrono::seconds(options.reportEvery);
+        }
     }
     for (std::thread& thread : threads) thread.join();
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
@@ -382,6 +572,8 @@ int main(int argc, char** argv) {
         total.latenciesMs.insert(total.latenciesMs.end(), tally.latenciesMs.begin(),
                                  tally.latenciesMs.end());
         total.streamsOpened += tally.streamsOpened;
+        total.accountsCycled += tally.accountsCycled;
+        total.slowDropped += tally.slowDropped;
         total.events += tally.events;
         total.heartbeats += tally.heartbeats;
     }

@@ -3,7 +3,8 @@
 # (scripts/fuzz.sh runs each), then each target's committed corpus fuzz/corpus/<target>/ is
 # replaced by the minimised union of itself and what the run found, so that CI's short runs
 # start from it. Prints one summary line per target and fails when any target found a failure
-# (its input is then in BUILD_DIR/fuzz-artifacts/, and no corpus is replaced).
+# (its input is then in BUILD_DIR/fuzz-artifacts/, and no corpus is replaced). A README in a
+# corpus folder (where its seeds came from, their licence) stays.
 #
 #     scripts/fuzz-campaign.sh BUILD_DIR SECONDS TARGET...
 set -euo pipefail
@@ -28,7 +29,7 @@ for target in "$@"; do
     merged=$(mktemp -d)
     "$build/fuzz/dme-fuzz-$target" -merge=1 "$merged" "fuzz/corpus/$target" \
         "$build/fuzz-corpus/$target" >"$build/fuzz-logs/$target-merge.log" 2>&1
-    rm -f "fuzz/corpus/$target"/*
+    find "fuzz/corpus/$target" -type f ! -name 'README*' -delete
     cp "$merged"/* "fuzz/corpus/$target"/
     rm -rf "$merged"
     echo "corpus $target: $(ls "fuzz/corpus/$target" | wc -l) inputs," \

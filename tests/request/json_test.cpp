@@ -200,6 +200,14 @@ TEST(FormatJson, RefusesAnUnnamedObjectInsideAnObject) {
     }
 }
 
+TEST(FormatJson, RefusesAReadObjectUnderTheEmptyNameAtAnyDepth) {
+    for (const char* text : {R"({"":{}})", R"({"":{"":[]}})", R"([{"a":{"":{}}}])"}) {
+        const SerializationInfo document = parseJson(text);
+        EXPECT_THROW(formatJson(document), std::logic_error) << text;
+    }
+    EXPECT_EQ(R"({"":[{}]})", formatJson(parseJson(R"({"":[{}]})")));
+}
+
 TEST(FormatJson, WritesAnUnnamedArrayOrValueInsideAnObjectUnderTheEmptyName) {
     SerializationInfo withArray;
     withArray.setCategory(SerializationInfo::Object);

@@ -96,7 +96,7 @@ struct ServerOptions {
     unsigned int maxConnections = 128;
     // Connections open at once from one client address; further ones are closed as soon as
     // they are accepted. 0: no limit but maxConnections.
-    unsigned int maxConnectionsPerAddress = 32;
+    unsigned int maxConnectionsPerAddress = 64;
     // A request must arrive whole (request line, headers and body) within this time of its
     // connection's opening or of the end of the previous answer on it; otherwise the connection
     // is closed. This bounds how long any client, however slow or silent, holds a slot. 0: no
