@@ -42,7 +42,8 @@ void ConnectionWatch::stop() {
 }
 
 void ConnectionWatch::opened(int fd, void** context) {
-    auto record = std::make_unique<Record>(Record{fd, State::AWAITING, Clock::now(), false, {}});
+    auto record =
+        std::make_unique<Record>(Record{fd, State::AWAITING, Clock::now(), false, false, {}});
     *context = record.get();
     std::lock_guard<std::mutex> lock(mutex_);
     records_.emplace(record.get(), std::move(record));
@@ -91,8 +92,19 @@ void ConnectionWatch::setState(MHD_Connection* connection, State state) {
         record->state = state;
         record->since = Clock::now();
         record->expired = false;
+        record->hungUp = false;
         record->stream.reset();
     }
+}
+
+// A client that has hung up before its request arrived whole will never complete it; the HTTP
+// library would keep its slot until the deadline. Seen at two looks in a row, so that a request
+// that arrived whole just before its client closed its side is handed over first.
+bool ConnectionWatch::gone(Record& record) {
+    const bool hungUpNow = hungUp(record.fd);
+    const bool seenBefore = record.hungUp;
+    record.hungUp = hungUpNow;
+    return hungUpNow && seenBefore;
 }
 
 void ConnectionWatch::end(Record& record) {
@@ -115,7 +127,7 @@ void ConnectionWatch::sweep() {
     for (auto& entry : records_) {
         Record& record = *entry.second;
         const bool overdue = requestTimeout_.count() > 0 && now - record.since >= requestTimeout_;
-        if (record.state == State::AWAITING && (record.expired || overdue)) {
+        if (record.state == State::AWAITING && (record.expired || overdue || gone(record))) {
             end(record);
         } else if (record.state == State::STREAMING && hungUp(record.fd)) {
             if (const auto stream = record.stream.lock()) stream->finish();

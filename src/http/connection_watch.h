@@ -19,7 +19,8 @@ namespace http {
 // - a request must arrive whole (request line, headers and body) within `requestTimeout` of the
 //   connection's opening or of the end of the previous answer on it; otherwise the connection is
 //   shut down, whatever keeps it from completing (a client sending one byte a second, a body
-//   shorter than its Content-Length, a chunked body that never ends, a client that has gone);
+//   shorter than its Content-Length, a chunked body that never ends); a client that hangs up
+//   before its request is whole has its connection shut down at once;
 // - an event stream whose client has hung up is ended at once, rather than at its next write.
 // The network thread reports each connection's state; the watch thread acts on it. Thread-safe;
 // not copyable.
@@ -57,12 +58,15 @@ class ConnectionWatch {
         State state;
         Clock::time_point since;
         bool expired;
+        bool hungUp;  // whether the client had hung up at the last look
         std::weak_ptr<EventStream> stream;
     };
 
     Record* recordOf(MHD_Connection* connection) const;
     void setState(MHD_Connection* connection, State state);
     void run();
+    // Requires the lock. Whether the record's client has hung up before its request arrived.
+    static bool gone(Record& record);
     // Requires the lock. Shuts the record's connection down.
     void end(Record& record);
     // Requires the lock. Shuts down overdue connections and ends streams whose client is gone.

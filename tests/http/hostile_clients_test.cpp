@@ -97,6 +97,28 @@ TEST_F(HostileClientsTest, ConnectionsFromOneAddressAreCapped) {
     EXPECT_EQ(200, servedStatus());
 }
 
+// With the deadline a minute away and one connection allowed per address, a second
+// connection from the same address is served only once the first one's slot is free.
+TEST_F(HostileClientsTest, ClientHangingUpMidRequestFreesItsSlotAtOnce) {
+    http::ServerOptions options = baseOptions();
+    options.requestTimeout = seconds(60);
+    options.maxConnectionsPerAddress = 1;
+    start(options);
+    {
+        RawConnection dead(server_->port(), "127.0.0.5");
+        dead.send("GET /api/na");
+    }
+    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+    std::string answer;
+    while (answer.find("200 OK") == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline) {
+        RawConnection next(server_->port(), "127.0.0.5");
+        next.send(withHead("GET /api/name HTTP/1.1", ADMIN + "\r\nConnection: close\r\n"));
+        answer = next.receiveUntilClosed(PATIENCE);
+    }
+    EXPECT_NE(std::string::npos, answer.find("200 OK"));
+}
+
 TEST_F(HostileClientsTest, RequestNotCompleteInTimeIsDropped) {
     http::ServerOptions options = baseOptions();
     options.requestTimeout = milliseconds(300);

@@ -93,7 +93,7 @@ struct ServerOptions {
     unsigned int maxStreamsPerUser = 4;
     // Connections open at once (event streams included); further ones wait in the system's
     // accept queue until a slot comes free.
-    unsigned int maxConnections = 128;
+    unsigned int maxConnections = 256;
     // Connections open at once from one client address; further ones are closed as soon as
     // they are accepted. 0: no limit but maxConnections.
     unsigned int maxConnectionsPerAddress = 64;

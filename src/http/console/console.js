@@ -412,7 +412,7 @@ async function drawCollection(uri, schema, value, { offset, total }) {
     element('h2', {}, title(uri)),
     element('div', { className: 'table-scroll' }, table),
     pager(uri, offset, itemsOf(value).length, total));
-  if (allowed.has('POST') && atMaximum(schema, total) === false) {
+  if (allowed.has('POST') && !atMaximum(schema, total)) {
     box.append(addForm(uri, columns));
   }
   return box;
