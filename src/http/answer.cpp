@@ -3,8 +3,10 @@
 #include <microhttpd.h>
 
 #include "../request/utf8.h"
+#include "dme/exception.h"
 #include "dme/http/error_document.h"
 #include "dme/json.h"
+#include "dme/result.h"
 
 namespace dme {
 namespace http {
@@ -39,6 +41,19 @@ bool readErrorDocument(const std::string& body, cxxtools::SerializationInfo& doc
     return document.findMember("error") != nullptr;
 }
 
+// A body that is no JSON was refused without a document: the parser's reason and offset become
+// its details.
+void explainSyntaxError(Answer& answer, const std::string& body, bool beautify) {
+    if (answer.body != statusAnswer(MHD_HTTP_BAD_REQUEST, beautify).body) return;
+    try {
+        parseJson(body);
+    } catch (const JsonSyntaxError& e) {
+        answer.body = formatJson(errorDocument(MHD_HTTP_BAD_REQUEST, "Malformed JSON",
+                                               {e.what(), std::to_string(e.offset())}),
+                                 beautify);
+    }
+}
+
 }  // namespace
 
 std::string shortenedDetail(const std::string& detail) {
@@ -61,12 +76,32 @@ Answer documentAnswer(unsigned int status, const cxxtools::SerializationInfo& do
 Answer engineAnswer(int resultCode, Method method, std::string body, const StatusTable& table,
                     bool beautify) {
     const unsigned int status = table.statusOf(resultCode, method);
-    if (status < FIRST_ERROR_STATUS) return {status, std::move(body), {}};
+    if (status < FIRST_ERROR_STATUS) return {status, std::move(body), {}, resultCode};
     cxxtools::SerializationInfo document;
     if (!readErrorDocument(body, document)) return statusAnswer(status, beautify);
     if (shortenDetails(document.getMember("error")))
         return documentAnswer(status, document, beautify);
     return {status, std::move(body), {}};
+}
+
+Answer runOnEngine(JsonDataModelEngine& engine, Method method, const std::string& uri,
+                   const Arguments& arguments, const RequestInfo& requestInfo,
+                   const std::string& body, const StatusTable& table, bool beautify) {
+    std::string out;
+    int code = result::FAILED;
+    try {
+        code = engine.execute(method, uri, arguments, requestInfo, body, out, beautify);
+    } catch (const Exception& rejected) {
+        Answer answer = documentAnswer(400, errorDocument(rejected), beautify);
+        answer.resultCode = result::INVALID_ARGUMENT;
+        return answer;
+    }
+    Answer answer = engineAnswer(code, method, std::move(out), table, beautify);
+    answer.resultCode = code;
+    if (answer.status == MHD_HTTP_BAD_REQUEST && !body.empty()) {
+        explainSyntaxError(answer, body, beautify);
+    }
+    return answer;
 }
 
 }  // namespace http

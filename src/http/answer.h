@@ -6,8 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "dme/arguments.h"
+#include "dme/engine.h"
 #include "dme/http/server.h"
 #include "dme/methods.h"
+#include "dme/session.h"
 
 namespace dme {
 namespace http {
@@ -17,6 +20,9 @@ struct Answer {
     unsigned int status;
     std::string body;
     std::vector<std::pair<std::string, std::string>> headers;
+    // The engine's result code when the engine ran the request; otherwise the code that the
+    // answer stands for (FORBIDDEN for a refused caller, INVALID_ARGUMENT for a refused input).
+    int resultCode = 0;
 };
 
 // `detail` cut to MAX_DETAIL_BYTES, ending with "…", never inside a UTF-8 character.
@@ -37,6 +43,14 @@ Answer documentAnswer(unsigned int status, const cxxtools::SerializationInfo& do
 // error document are cut to MAX_DETAIL_BYTES, whichever exception handler wrote them.
 Answer engineAnswer(int resultCode, Method method, std::string body, const StatusTable& table,
                     bool beautify);
+
+// Runs one request on `engine` (the caller holds the engine's lock) and returns engineAnswer of
+// its result. An argument that the request context cannot read (a dme::Exception leaving
+// execute) is answered 400 with its error document, and a body that is no JSON gets the
+// parser's reason and offset as the details of its error document.
+Answer runOnEngine(JsonDataModelEngine& engine, Method method, const std::string& uri,
+                   const Arguments& arguments, const RequestInfo& requestInfo,
+                   const std::string& body, const StatusTable& table, bool beautify);
 
 }  // namespace http
 }  // namespace dme

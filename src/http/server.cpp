@@ -576,21 +576,12 @@ class Server::Impl {
 
     // Requires engineMutex_.
     Answer runLocked(const Request& call) {
-        std::string out;
-        int code = result::FAILED;
-        try {
-            code = engine_.execute(call.method, call.uri, call.arguments, call.caller.requestInfo,
-                                   call.body, out, options_.beautify);
-        } catch (const Exception& rejected) {
-            // An argument that the request context cannot read (a bad expand level) leaves
-            // execute instead of becoming a result code: it is rejected input all the same.
-            return rejection(rejected);
-        }
-        Answer answer = answerFor(code, call.method, std::move(out), call.caller);
+        Answer answer =
+            runOnEngine(engine_, call.method, call.uri, call.arguments, call.caller.requestInfo,
+                        call.body, options_.statusTable, options_.beautify);
+        completeForHttp(answer, call.method, call.caller);
         if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
             answer.headers.emplace_back(MHD_HTTP_HEADER_ALLOW, allowedAt(call.uri, call.caller));
-        } else if (answer.status == MHD_HTTP_BAD_REQUEST && !call.body.empty()) {
-            explainSyntaxError(answer, call.body);
         }
         return answer;
     }
@@ -600,19 +591,6 @@ class Server::Impl {
         AllowedMethods allowed;
         engine_.allowedMethods(uri, caller.requestInfo, allowed);
         return allowHeader(allowed);
-    }
-
-    // A body that is no JSON was refused without a document: the parser's reason and offset
-    // become its details.
-    void explainSyntaxError(Answer& answer, const std::string& body) const {
-        if (answer.body != statusAnswer(MHD_HTTP_BAD_REQUEST, options_.beautify).body) return;
-        try {
-            parseJson(body);
-        } catch (const JsonSyntaxError& e) {
-            answer.body = formatJson(errorDocument(MHD_HTTP_BAD_REQUEST, "Malformed JSON",
-                                                   {e.what(), std::to_string(e.offset())}),
-                                     options_.beautify);
-        }
     }
 
     // A paged collection's answer links to the next page while items remain after this one.
@@ -803,7 +781,17 @@ class Server::Impl {
     Answer answerFor(int code, Method method, std::string body, const Caller& caller) const {
         Answer answer =
             engineAnswer(code, method, std::move(body), options_.statusTable, options_.beautify);
-        if (answer.status == MHD_HTTP_FORBIDDEN && caller.anonymous) return challenge();
+        completeForHttp(answer, method, caller);
+        return answer;
+    }
+
+    // What HTTP adds to the engine's answer: a challenge for a forbidden anonymous caller, 204
+    // for a DELETE and the Location of what a POST created.
+    void completeForHttp(Answer& answer, Method method, const Caller& caller) const {
+        if (answer.status == MHD_HTTP_FORBIDDEN && caller.anonymous) {
+            answer = challenge();
+            return;
+        }
         if (method == DELETE && answer.status == MHD_HTTP_OK) {
             answer.status = MHD_HTTP_NO_CONTENT;
             answer.body.clear();
@@ -815,7 +803,6 @@ class Server::Impl {
                                             options_.basePath + (created == "/" ? "" : created));
             }
         }
-        return answer;
     }
 
     // The resource path member of a JSON answer (the lexicon's resource path key), or "".
