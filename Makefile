@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS ?= $(shell nproc)
 PACKAGES := cmake g++ make pkg-config libcxxtools-dev libgtest-dev libgmock-dev \
-    libmicrohttpd-dev libcurl4-openssl-dev curl openssl
+    libmicrohttpd-dev libcurl4-openssl-dev curl openssl libmosquitto-dev mosquitto
 
 # `make bench`: the benchmarks, built in Release in their own directory; never run by `make test`.
 BENCH_DIR ?= build-bench
@@ -100,7 +100,8 @@ check-armhf-core: armhf-configure
 # memcheck runs the main build's tests. Every report of a sanitizer or of memcheck fails the run.
 # `make test-asan`: the whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer.
 # `make test-tsan`: the threaded suites (engine, notifier, subscriptions, thread class, the
-# notification stress test and, when it is built, the HTTP binding) under ThreadSanitizer.
+# notification stress test and, when they are built, the HTTP and MQTT bindings) under
+# ThreadSanitizer.
 # `make valgrind`: every unit test executable of $(BUILD_DIR) under memcheck.
 ASAN_BUILD_DIR ?= build-asan
 TSAN_BUILD_DIR ?= build-tsan
@@ -131,10 +132,11 @@ test-tsan: deps
 	cmake -S . -B $(TSAN_BUILD_DIR) -DCMAKE_BUILD_TYPE=Debug -DDME_SANITIZE=thread
 	cmake --build $(TSAN_BUILD_DIR) -j $(JOBS)
 	cd $(TSAN_BUILD_DIR) && suites='$(TSAN_SUITES)' && \
-	if [ -x tests/dme-http-tests ]; then \
-	    http=$$(tests/dme-http-tests --gtest_list_tests | sed -n 's|^\([A-Za-z0-9_/]*\)\.$$|\1|p' | paste -sd'|') && \
-	    suites="$$suites|^($$http)\."; \
-	fi && \
+	for binding in tests/dme-http-tests tests/dme-mqtt-tests; do \
+	    [ -x $$binding ] || continue; \
+	    names=$$($$binding --gtest_list_tests | sed -n 's|^\([A-Za-z0-9_/]*\)\.$$|\1|p' | paste -sd'|') && \
+	    suites="$$suites|^($$names)\."; \
+	done && \
 	$(TSAN_ENV) ctest --output-on-failure -j $(JOBS) -R "$$suites"
 
 valgrind: build

@@ -2,11 +2,15 @@
 //
 //     dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE] [--state-dir DIR]
 //                       [--state-interval MS] [--tls-cert FILE --tls-key FILE]
-//                       [--access-log FILE] [--cors ORIGIN]... [--help]
+//                       [--access-log FILE] [--cors ORIGIN]...
+//                       [--mqtt HOST:PORT [--device-id ID] [--mqtt-prefix PREFIX]
+//                        [--mqtt-user NAME] [--mqtt-credentials USER:PASSWORD]
+//                        [--mqtt-event URI]...] [--help]
 //
 // Listens on 127.0.0.1:8080 unless told otherwise (the PORT environment variable also sets the
 // port). Users authenticate with HTTP Basic: guest, operator and admin, each with its own name
-// as password. Stops cleanly on SIGINT and SIGTERM.
+// as password. With --mqtt it is also a device of an MQTT broker (docs/mqtt.md). Stops cleanly
+// on SIGINT and SIGTERM.
 
 #include <condition_variable>
 #include <cstdlib>
@@ -24,6 +28,7 @@
 #include "device_model.h"
 #include "dme/engine.h"
 #include "dme/http/server.h"
+#include "dme/mqtt/device.h"
 #include "dme/saved_configuration.h"
 
 namespace {
@@ -31,7 +36,10 @@ namespace {
 constexpr const char* USAGE =
     "usage: dme-device-server [--bind ADDRESS] [--port PORT] [--factory FILE] [--state-dir DIR]\n"
     "                         [--state-interval MS] [--tls-cert FILE --tls-key FILE]\n"
-    "                         [--access-log FILE] [--cors ORIGIN]... [--help]\n"
+    "                         [--access-log FILE] [--cors ORIGIN]...\n"
+    "                         [--mqtt HOST:PORT [--device-id ID] [--mqtt-prefix PREFIX]\n"
+    "                          [--mqtt-user NAME] [--mqtt-credentials USER:PASSWORD]\n"
+    "                          [--mqtt-event URI]...] [--help]\n"
     "  --bind ADDRESS        address to listen on (default 127.0.0.1)\n"
     "  --port PORT           port to listen on (default $PORT, else 8080; 0 picks a free one)\n"
     "  --factory FILE        the JSON file shown under /factory (default: the shipped one)\n"
@@ -41,6 +49,13 @@ constexpr const char* USAGE =
     "  --tls-key FILE        the PEM private key of that certificate\n"
     "  --access-log FILE     append one line per request to FILE (- for standard output)\n"
     "  --cors ORIGIN         let pages from ORIGIN call the server from a browser (* for any)\n"
+    "  --mqtt HOST:PORT      also serve the model through this MQTT broker\n"
+    "  --device-id ID        the device's topic level (default gateway)\n"
+    "  --mqtt-prefix PREFIX  the first topic level(s) (default dme)\n"
+    "  --mqtt-user NAME      run every MQTT request as this user (default: the one that the\n"
+    "                        request's \"user\" property names)\n"
+    "  --mqtt-credentials USER:PASSWORD   the device's login at the broker\n"
+    "  --mqtt-event URI      publish the changes of URI (default /system and /status)\n"
     "  --help                print this and exit\n";
 
 // How often observers of /status are told that the simulated counters moved.
@@ -56,8 +71,17 @@ struct Options {
     std::string tlsKeyFile;
     std::string accessLogFile;
     std::vector<std::string> corsOrigins;
+    std::string mqttBroker;
+    std::string deviceId = "gateway";
+    std::string mqttPrefix = "dme";
+    std::string mqttUser;
+    std::string mqttCredentials;
+    std::vector<std::string> mqttEvents;
     bool help = false;
 };
+
+// How often a published uri is sent at most.
+constexpr std::chrono::milliseconds EVENT_INTERVAL{1000};
 
 // The parts of the gateway whose writable values are kept in the state directory.
 const std::vector<std::string> SAVED_SUBTREES = {"/system",
@@ -104,6 +128,18 @@ Options parseOptions(int argc, char** argv) {
             options.accessLogFile = value;
         } else if (option == "--cors") {
             options.corsOrigins.push_back(value);
+        } else if (option == "--mqtt") {
+            options.mqttBroker = value;
+        } else if (option == "--device-id") {
+            options.deviceId = value;
+        } else if (option == "--mqtt-prefix") {
+            options.mqttPrefix = value;
+        } else if (option == "--mqtt-user") {
+            options.mqttUser = value;
+        } else if (option == "--mqtt-credentials") {
+            options.mqttCredentials = value;
+        } else if (option == "--mqtt-event") {
+            options.mqttEvents.push_back(value);
         } else if (option == "--state-interval") {
             options.stateInterval = std::chrono::milliseconds(std::stoul(value));
         } else {
@@ -117,6 +153,40 @@ Options parseOptions(int argc, char** argv) {
 std::optional<dme::SessionInfo> authenticate(const std::string& user, const std::string& password) {
     if (password != user) return std::nullopt;
     return example::builtInSession(user);
+}
+
+// The device of the broker named by --mqtt, sharing the server's engine lock; none without it.
+std::unique_ptr<dme::mqtt::Device> mqttDevice(const Options& options,
+                                              dme::JsonDataModelEngine& engine,
+                                              std::mutex& engineMutex) {
+    if (options.mqttBroker.empty()) return nullptr;
+    const std::size_t colon = options.mqttBroker.rfind(':');
+    if (colon == std::string::npos) throw std::invalid_argument("--mqtt " + options.mqttBroker);
+    dme::mqtt::DeviceOptions device;
+    device.host = options.mqttBroker.substr(0, colon);
+    device.port = parsePort(options.mqttBroker.substr(colon + 1));
+    device.deviceId = options.deviceId;
+    device.prefix = options.mqttPrefix;
+    const std::size_t separator = options.mqttCredentials.find(':');
+    device.username = options.mqttCredentials.substr(0, separator);
+    if (separator != std::string::npos)
+        device.password = options.mqttCredentials.substr(separator + 1);
+    const std::string fixedUser = options.mqttUser;
+    device.sessionMapper = [fixedUser](const dme::mqtt::RequestOrigin& origin) {
+        return example::builtInSession(fixedUser.empty() ? origin.user : fixedUser);
+    };
+    device.engineMutex = &engineMutex;
+    auto created = std::make_unique<dme::mqtt::Device>(engine, device);
+    const dme::RequestInfo guest(*example::builtInSession("guest"), {});
+    const std::vector<std::string> published = options.mqttEvents.empty()
+                                                   ? std::vector<std::string>{"/system", "/status"}
+                                                   : options.mqttEvents;
+    for (const std::string& uri : published) {
+        if (created->publishEvents(uri, EVENT_INTERVAL, dme::Arguments(), guest) != 0) {
+            throw std::runtime_error("Cannot publish the events of " + uri);
+        }
+    }
+    return created;
 }
 
 // Tells the observers of /status every STATUS_PERIOD that the simulated counters moved, on a
@@ -211,7 +281,10 @@ int main(int argc, char** argv) {
             saved->flush();
             saved->start();
         }
+        const std::unique_ptr<dme::mqtt::Device> device =
+            mqttDevice(options, engine, server.engineMutex());
         server.start();
+        if (device) device->start();
         const std::string scheme = options.tlsCertificateFile.empty() ? "http" : "https";
         std::cout << "dme-device-server: serving the example gateway on " << scheme << "://"
                   << options.bindAddress << ":" << server.port() << "/api\n"
@@ -219,12 +292,17 @@ int main(int argc, char** argv) {
                   << "/\n"
                   << "  try: curl -u guest:guest '" << scheme << "://" << options.bindAddress << ":"
                   << server.port() << "/api/network?expand=3'\n"
-                  << "  users: guest, operator, admin (password: the user name)\n"
-                  << "  stop with Ctrl-C" << std::endl;
+                  << "  users: guest, operator, admin (password: the user name)\n";
+        if (device) {
+            std::cout << "  mqtt: device " << device->topicBase() << " of the broker "
+                      << options.mqttBroker << "\n";
+        }
+        std::cout << "  stop with Ctrl-C" << std::endl;
         {
             const StatusTicker ticker(model, server.engineMutex());
             server.run();
         }
+        if (device) device->stop();
         if (saved) saved->stop();
         std::cout << "dme-device-server: stopped" << std::endl;
         return 0;

@@ -93,7 +93,8 @@ class InheritedPolicy : public PermissionPolicy {
     // The cached applied policy; re-evaluated when `refresh` is set or nothing is cached.
     const PermissionPolicy* getCachedAppliedPolicy(bool refresh) const;
 
-    // Sets both counters to zero.
+    // The two counters below count over every engine of the process; they may be read and
+    // reset from any thread. Sets both counters to zero.
     static void resetCallCounters();
     // Calls of `getRights` since load or the last reset.
     static std::uint32_t getRightsCallCounter();

@@ -1,5 +1,6 @@
 #include "dme/policy.h"
 
+#include <atomic>
 #include <sstream>
 
 #include "dme/diagnostics.h"
@@ -9,8 +10,9 @@ namespace dme {
 namespace {
 
 const NonePolicy noneObject;
-std::uint32_t rightsCalls = 0;
-std::uint32_t appliedPolicyCalls = 0;
+// Shared by every engine of the process, which may run requests on several threads at once.
+std::atomic<std::uint32_t> rightsCalls{0};
+std::atomic<std::uint32_t> appliedPolicyCalls{0};
 
 }  // namespace
 
@@ -57,12 +59,12 @@ PermissionPolicy* InheritedPolicy::copy() const {
 }
 
 AllowedMethods InheritedPolicy::getRights(const Context& ctx, bool refresh) const {
-    ++rightsCalls;
+    rightsCalls.fetch_add(1, std::memory_order_relaxed);
     return getCachedAppliedPolicy(refresh)->getRights(ctx, refresh);
 }
 
 const PermissionPolicy* InheritedPolicy::getAppliedPolicy() const {
-    ++appliedPolicyCalls;
+    appliedPolicyCalls.fetch_add(1, std::memory_order_relaxed);
     return parentPolicy()->getAppliedPolicy();
 }
 
@@ -73,16 +75,16 @@ const PermissionPolicy* InheritedPolicy::getCachedAppliedPolicy(bool refresh) co
 }
 
 void InheritedPolicy::resetCallCounters() {
-    rightsCalls = 0;
-    appliedPolicyCalls = 0;
+    rightsCalls.store(0, std::memory_order_relaxed);
+    appliedPolicyCalls.store(0, std::memory_order_relaxed);
 }
 
 std::uint32_t InheritedPolicy::getRightsCallCounter() {
-    return rightsCalls;
+    return rightsCalls.load(std::memory_order_relaxed);
 }
 
 std::uint32_t InheritedPolicy::getAppliedPolicyCallCounter() {
-    return appliedPolicyCalls;
+    return appliedPolicyCalls.load(std::memory_order_relaxed);
 }
 
 PermissionPolicyReplacer::~PermissionPolicyReplacer() = default;

@@ -5,6 +5,7 @@
 #include <pwd.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -44,6 +45,16 @@ class Broker {
     Broker& operator=(const Broker&) = delete;
 
     unsigned short port() const { return port_; }
+
+    // The broker's resident memory in kB (VmRSS), 0 when it cannot be read.
+    long residentKilobytes() const {
+        std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+        std::string line;
+        while (std::getline(status, line)) {
+            if (line.compare(0, 6, "VmRSS:") == 0) return std::stol(line.substr(6));
+        }
+        return 0;
+    }
 
     void stop() {
         if (pid_ <= 0) return;
@@ -97,9 +108,14 @@ class Broker {
         const std::string config = directory_ + "/mosquitto.conf";
         pid_ = fork();
         if (pid_ == 0) {
-            // Its own complaints (such as running as root) go to its log, not the test's output.
-            const std::string log = directory_ + "/stderr.log";
-            freopen(log.c_str(), "a", stderr);
+            // Killed with the test, even one that a sanitizer ends; its output (such as its
+            // complaint about running as root) goes to a file, not to the test's.
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            const std::string log = directory_ + "/output.log";
+            if (freopen(log.c_str(), "a", stdout) == nullptr ||
+                freopen(log.c_str(), "a", stderr) == nullptr) {
+                _exit(126);
+            }
             execlp("mosquitto", "mosquitto", "-c", config.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }

@@ -4,6 +4,7 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
+#include <atomic>
 #include <map>
 #include <thread>
 
@@ -21,19 +22,32 @@ using std::chrono::milliseconds;
 // subscription of its own: a duplicated answer shows here even when the client ignores it.
 class ReplyCounter {
   public:
+    // Returns once the broker has confirmed the subscription.
     explicit ReplyCounter(unsigned short port) : handle_(mosquitto_new(nullptr, true, this)) {
         mosquitto_int_option(handle_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+        mosquitto_connect_v5_callback_set(
+            handle_, [](mosquitto* handle, void*, int rc, int, const mosquitto_property*) {
+                if (rc == 0)
+                    mosquitto_subscribe_v5(handle, nullptr, "dme/replies/#", 1, 0, nullptr);
+            });
+        mosquitto_subscribe_v5_callback_set(
+            handle_, [](mosquitto*, void* self, int, int, const int*, const mosquitto_property*) {
+                static_cast<ReplyCounter*>(self)->subscribed_ = true;
+            });
         mosquitto_message_v5_callback_set(
             handle_, [](mosquitto*, void* self, const mosquitto_message* message,
                         const mosquitto_property* properties) {
                 static_cast<ReplyCounter*>(self)->count(*message, properties);
             });
         if (mosquitto_connect(handle_, "127.0.0.1", port, 30) != MOSQ_ERR_SUCCESS ||
-            mosquitto_subscribe_v5(handle_, nullptr, "dme/replies/#", 1, 0, nullptr) !=
-                MOSQ_ERR_SUCCESS) {
-            throw std::runtime_error("The reply counter cannot subscribe");
+            mosquitto_loop_start(handle_) != MOSQ_ERR_SUCCESS) {
+            throw std::runtime_error("The reply counter cannot connect");
         }
-        mosquitto_loop_start(handle_);
+        const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+        while (!subscribed_ && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        if (!subscribed_) throw std::runtime_error("The reply counter cannot subscribe");
     }
     ~ReplyCounter() {
         mosquitto_disconnect(handle_);
@@ -58,6 +72,7 @@ class ReplyCounter {
     }
 
     mosquitto* handle_;
+    std::atomic<bool> subscribed_{false};
     mutable std::mutex mutex_;
     std::map<std::string, int> counts_;
 };

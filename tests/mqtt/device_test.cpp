@@ -2,6 +2,7 @@
 // "code" properties, sessions from the "user" property.
 #include <mosquitto.h>
 
+#include <atomic>
 #include <thread>
 
 #include "mqtt_fixture.h"
@@ -148,19 +149,30 @@ TEST_F(DeviceRequestTest, ThePayloadLimitIsAnswered413) {
 }
 
 TEST_F(DeviceRequestTest, ARequestWithoutAResponseTopicIsCountedAndLeftUnanswered) {
-    mosquitto* raw = mosquitto_new(nullptr, true, nullptr);
+    std::atomic<bool> connected{false};
+    mosquitto* raw = mosquitto_new(nullptr, true, &connected);
     mosquitto_int_option(raw, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
+    mosquitto_connect_v5_callback_set(
+        raw, [](mosquitto*, void* flag, int rc, int, const mosquitto_property*) {
+            if (rc == 0) *static_cast<std::atomic<bool>*>(flag) = true;
+        });
     ASSERT_EQ(mosquitto_connect(raw, "127.0.0.1", broker_.port(), 30), MOSQ_ERR_SUCCESS);
-    ASSERT_EQ(mosquitto_publish_v5(raw, nullptr, "dme/gw1/req/read/system", 0, nullptr, 1, false,
+    ASSERT_EQ(mosquitto_loop_start(raw), MOSQ_ERR_SUCCESS);
+    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+    while (!connected && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(mosquitto_publish_v5(raw, nullptr, "dme/gw1/req/read/system", 0, nullptr, 1, false,
                                    nullptr),
               MOSQ_ERR_SUCCESS);
-    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
     while (device_->statistics().unanswerable == 0 && std::chrono::steady_clock::now() < deadline) {
-        mosquitto_loop(raw, 50, 1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     mosquitto_disconnect(raw);
+    mosquitto_loop_stop(raw, false);
     mosquitto_destroy(raw);
     EXPECT_EQ(device_->statistics().unanswerable, 1u);
+    EXPECT_EQ(device_->statistics().requests, 1u);
     EXPECT_EQ(device_->statistics().answers, 0u);
 }
 
