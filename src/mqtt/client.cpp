@@ -115,8 +115,7 @@ class Client::Impl {
             sent.setResponseTopic(replyTopic_);
             sent.setCorrelationData(correlation);
             sent.addUserProperties(properties);
-            std::string topic = options_.prefix + "/" + device + "/req/" + method;
-            if (!uri.empty()) topic += "/" + uri;
+            const std::string topic = requestTopic(device, method, uri);
             mosquitto_publish_v5(handle_.get(), nullptr, topic.c_str(),
                                  static_cast<int>(body.size()), body.data(), QOS, false,
                                  sent.list());
@@ -171,6 +170,15 @@ class Client::Impl {
     std::string cannotConnect(const std::string& reason) const {
         return "Cannot connect to " + options_.host + ":" + std::to_string(options_.port) + ": " +
                reason;
+    }
+
+    // "<prefix>/<device>/req/<method>/<uri>", without the last level for the root.
+    std::string requestTopic(const std::string& device, const std::string& method,
+                             const std::string& uri) const {
+        std::string topic = options_.prefix;
+        topic.append("/").append(device).append("/req/").append(method);
+        if (!uri.empty()) topic.append("/").append(uri);
+        return topic;
     }
 
     void requireConnection() const {

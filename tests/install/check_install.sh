@@ -24,6 +24,9 @@ run_clean "$work/cmake-build/consumer" "find_package consumer"
 if [ -e "$libdir/libquill-vara-dme-http.so" ]; then
     run_clean "$work/cmake-build/http-consumer" "find_package HTTP consumer"
 fi
+if [ -e "$libdir/libquill-vara-dme-mqtt.so" ]; then
+    run_clean "$work/cmake-build/mqtt-consumer" "find_package MQTT consumer"
+fi
 
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 g++ -o "$work/pc-consumer" "$consumer_dir/main.cpp" $(pkg-config --cflags --libs quill-vara-dme)
@@ -32,6 +35,11 @@ if [ -e "$libdir/libquill-vara-dme-http.so" ]; then
     g++ -o "$work/pc-http-consumer" "$consumer_dir/http_main.cpp" \
         $(pkg-config --cflags --libs quill-vara-dme-http)
     run_clean "$work/pc-http-consumer" "pkg-config HTTP consumer"
+fi
+if [ -e "$libdir/libquill-vara-dme-mqtt.so" ]; then
+    g++ -o "$work/pc-mqtt-consumer" "$consumer_dir/mqtt_main.cpp" \
+        $(pkg-config --cflags --libs quill-vara-dme-mqtt)
+    run_clean "$work/pc-mqtt-consumer" "pkg-config MQTT consumer"
 fi
 
 # DESTDIR stages the same install under another root, as a package build does.

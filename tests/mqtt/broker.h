@@ -13,6 +13,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -26,11 +27,16 @@ namespace test {
 // with nothing retained (no persistence), as a broker that lost power comes back.
 class Broker {
   public:
-    Broker() : directory_(makeDirectory()), port_(freePort()) {
+    // `security` holds the configuration lines that decide who may connect and what they may
+    // do; by default anyone may do anything. prepare() is given the broker's directory before
+    // the broker starts, to write the files that those lines name (relative to it).
+    explicit Broker(const std::string& security = "allow_anonymous true\n",
+                    const std::function<void(const std::string& directory)>& prepare = {})
+        : directory_(makeDirectory()), port_(freePort()) {
+        if (prepare) prepare(directory_);
         std::ofstream config(directory_ + "/mosquitto.conf");
         config << "listener " << port_ << " 127.0.0.1\n"
-               << "allow_anonymous true\n"
-               << "persistence false\n"
+               << security << "persistence false\n"
                << "max_queued_messages 100000\n"
                << "log_dest file " << directory_ << "/mosquitto.log\n"
                << "user " << currentUser() << "\n";
@@ -111,6 +117,8 @@ class Broker {
             // Killed with the test, even one that a sanitizer ends; its output (such as its
             // complaint about running as root) goes to a file, not to the test's.
             prctl(PR_SET_PDEATHSIG, SIGKILL);
+            // Relative paths of the configuration name files of the broker's directory.
+            if (chdir(directory_.c_str()) != 0) _exit(126);
             const std::string log = directory_ + "/output.log";
             if (freopen(log.c_str(), "a", stdout) == nullptr ||
                 freopen(log.c_str(), "a", stderr) == nullptr) {

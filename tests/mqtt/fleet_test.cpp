@@ -1,7 +1,8 @@
 // A fleet on one broker: 200 engines of the example gateway (DME_FLEET_SIZE in the environment
 // for another number), each its own device, and one client that reads a value from all of them
 // and updates a setting on all of them. Prints the times, the broker's memory and every
-// device's answer.
+// device's answer; with DME_FLEET_ROUNDS=N, also the rate of N more reads from all of them.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iomanip>
@@ -17,9 +18,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-int fleetSize() {
-    const char* size = std::getenv("DME_FLEET_SIZE");
-    return size != nullptr ? std::atoi(size) : 200;
+int fromEnvironment(const char* name, int otherwise) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? std::atoi(value) : otherwise;
 }
 constexpr std::chrono::milliseconds FLEET_PATIENCE{60000};
 
@@ -60,7 +61,7 @@ long long millisecondsSince(Clock::time_point start) {
 }
 
 TEST(Fleet, OneClientReadsFromAndUpdatesTwoHundredDevices) {
-    const int FLEET_SIZE = fleetSize();
+    const int FLEET_SIZE = fromEnvironment("DME_FLEET_SIZE", 200);
     Broker broker;
     std::map<std::string, std::unique_ptr<Member>> fleet;
     const auto startOfConnections = Clock::now();
@@ -110,6 +111,22 @@ TEST(Fleet, OneClientReadsFromAndUpdatesTwoHundredDevices) {
     for (const auto& [id, member] : fleet) {
         EXPECT_EQ(member->run(READ, "/system/timezoneOffset", ""), "120") << id;
     }
+
+    const int rounds = fromEnvironment("DME_FLEET_ROUNDS", 0);
+    if (rounds <= 0) return;
+    const auto startOfRounds = Clock::now();
+    std::size_t answered = 0;
+    for (int round = 0; round < rounds; ++round) {
+        for (const Reply& reply :
+             client.requestAll(online, "read", "system/location", "", FLEET_PATIENCE)) {
+            answered += reply.answered ? 1 : 0;
+        }
+    }
+    const long long elapsed = millisecondsSince(startOfRounds);
+    EXPECT_EQ(answered, online.size() * static_cast<std::size_t>(rounds));
+    std::cout << "fleet: " << answered << " reads answered in " << elapsed << " ms, "
+              << answered * 1000 / static_cast<std::size_t>(std::max(elapsed, 1LL))
+              << " per second\n";
 }
 
 }  // namespace
