@@ -326,18 +326,27 @@ class Device::Impl {
             ++inFlight_;
             ++(message->event ? statistics_.eventsPublished : statistics_.answers);
             lock.unlock();
-            publish(handle_.get(), *message);
+            const bool published = publish(handle_.get(), *message);
             lock.lock();
+            // Nothing will acknowledge it: a response topic that no message may have (a
+            // wildcard in it) must not take a place of the window for good.
+            if (!published) {
+                --inFlight_;
+                --(message->event ? statistics_.eventsPublished : statistics_.answers);
+                ++statistics_.unanswerable;
+            }
         }
     }
 
-    static void publish(mosquitto* handle, const Message& message) {
+    // Returns whether libmosquitto took the message.
+    static bool publish(mosquitto* handle, const Message& message) {
         Properties properties;
         properties.addUserProperties(message.userProperties);
         properties.setCorrelationData(message.correlationData);
-        mosquitto_publish_v5(handle, nullptr, message.topic.c_str(),
-                             static_cast<int>(message.payload.size()), message.payload.data(), QOS,
-                             message.retain, properties.list());
+        return mosquitto_publish_v5(handle, nullptr, message.topic.c_str(),
+                                    static_cast<int>(message.payload.size()),
+                                    message.payload.data(), QOS, message.retain,
+                                    properties.list()) == MOSQ_ERR_SUCCESS;
     }
 
     // Reads the source's uri and queues its event, unless the state is the one last published.

@@ -2,7 +2,7 @@
 // "code" properties, sessions from the "user" property.
 #include <mosquitto.h>
 
-#include <atomic>
+#include <functional>
 #include <thread>
 
 #include "mqtt_fixture.h"
@@ -15,6 +15,14 @@ namespace {
 class DeviceRequestTest : public MqttDeviceTest {
   protected:
     void SetUp() override { startDevice(); }
+
+    // Waits until `done` holds, at most PATIENCE.
+    static void waitFor(const std::function<bool()>& done) {
+        const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
+        while (!done() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
 };
 
 TEST_F(DeviceRequestTest, ReadAnswersTheEnginesJsonWithStatus200AndCode0) {
@@ -149,31 +157,32 @@ TEST_F(DeviceRequestTest, ThePayloadLimitIsAnswered413) {
 }
 
 TEST_F(DeviceRequestTest, ARequestWithoutAResponseTopicIsCountedAndLeftUnanswered) {
-    std::atomic<bool> connected{false};
-    mosquitto* raw = mosquitto_new(nullptr, true, &connected);
-    mosquitto_int_option(raw, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
-    mosquitto_connect_v5_callback_set(
-        raw, [](mosquitto*, void* flag, int rc, int, const mosquitto_property*) {
-            if (rc == 0) *static_cast<std::atomic<bool>*>(flag) = true;
-        });
-    ASSERT_EQ(mosquitto_connect(raw, "127.0.0.1", broker_.port(), 30), MOSQ_ERR_SUCCESS);
-    ASSERT_EQ(mosquitto_loop_start(raw), MOSQ_ERR_SUCCESS);
-    const auto deadline = std::chrono::steady_clock::now() + PATIENCE;
-    while (!connected && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    {
+        RawPublisher raw(broker_.port());
+        EXPECT_EQ(raw.publish("dme/gw1/req/read/system", nullptr), MOSQ_ERR_SUCCESS);
+        waitFor([this] { return device_->statistics().unanswerable > 0; });
     }
-    EXPECT_EQ(mosquitto_publish_v5(raw, nullptr, "dme/gw1/req/read/system", 0, nullptr, 1, false,
-                                   nullptr),
-              MOSQ_ERR_SUCCESS);
-    while (device_->statistics().unanswerable == 0 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    mosquitto_disconnect(raw);
-    mosquitto_loop_stop(raw, false);
-    mosquitto_destroy(raw);
     EXPECT_EQ(device_->statistics().unanswerable, 1u);
     EXPECT_EQ(device_->statistics().requests, 1u);
     EXPECT_EQ(device_->statistics().answers, 0u);
+}
+
+TEST_F(DeviceRequestTest, ResponseTopicsThatNoMessageMayHaveDoNotStallTheDevice) {
+    // More of them than the window of unacknowledged messages holds.
+    const std::size_t hostile = options_.maxInFlight + 8;
+    {
+        RawPublisher raw(broker_.port());
+        for (std::size_t i = 0; i < hostile; ++i) {
+            raw.publish("dme/gw1/req/read/system", i % 2 == 0 ? "replies/+" : "replies/#");
+        }
+        waitFor([&] { return device_->statistics().requests >= hostile; });
+    }
+    const Reply reply = connectedClient("guest")->request("gw1", "read", "system", "", PATIENCE);
+    ASSERT_TRUE(reply.answered);
+    EXPECT_EQ(reply.status, 200u);
+    const DeviceStatistics statistics = device_->statistics();
+    EXPECT_EQ(statistics.requests, statistics.unanswerable + 1);
+    EXPECT_EQ(statistics.answers, 1u);
 }
 
 TEST_F(DeviceRequestTest, ConcurrentRequestsEachGetTheirOwnAnswer) {

@@ -78,10 +78,12 @@ struct DeviceOptions {
 
 // What a device has done since it was constructed. A plain value type.
 struct DeviceStatistics {
-    std::size_t connections = 0;      // connections to the broker made
-    std::size_t requests = 0;         // requests received
-    std::size_t answers = 0;          // answers handed to the broker connection
-    std::size_t unanswerable = 0;     // requests without a response topic, ignored
+    std::size_t connections = 0;  // connections to the broker made
+    std::size_t requests = 0;     // requests received
+    std::size_t answers = 0;      // answers handed to the broker connection
+    // Requests without a response topic, or with one that no message may have (a wildcard in
+    // it): unanswered.
+    std::size_t unanswerable = 0;
     std::size_t eventsPublished = 0;  // events handed to the broker connection
     std::size_t eventsDropped = 0;    // events dropped from a full queue
 };
