@@ -1,6 +1,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <pwd.h>
 #include <signal.h>
@@ -119,9 +120,8 @@ class Broker {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             // Relative paths of the configuration name files of the broker's directory.
             if (chdir(directory_.c_str()) != 0) _exit(126);
-            const std::string log = directory_ + "/output.log";
-            if (freopen(log.c_str(), "a", stdout) == nullptr ||
-                freopen(log.c_str(), "a", stderr) == nullptr) {
+            const int log = open("output.log", O_WRONLY | O_CREAT | O_APPEND, 0644);
+            if (log < 0 || dup2(log, STDOUT_FILENO) < 0 || dup2(log, STDERR_FILENO) < 0) {
                 _exit(126);
             }
             execlp("mosquitto", "mosquitto", "-c", config.c_str(), static_cast<char*>(nullptr));
