@@ -190,6 +190,9 @@ class Client::Impl {
             handle, [](mosquitto* m, void* self, int rc, int, const mosquitto_property*) {
                 static_cast<Impl*>(self)->onConnect(m, rc);
             });
+        mosquitto_subscribe_v5_callback_set(
+            handle, [](mosquitto*, void* self, int mid, int, const int*,
+                       const mosquitto_property*) { static_cast<Impl*>(self)->onSubscribed(mid); });
         mosquitto_message_v5_callback_set(
             handle, [](mosquitto*, void* self, const mosquitto_message* message,
                        const mosquitto_property* properties) {
@@ -197,12 +200,22 @@ class Client::Impl {
             });
     }
 
+    // A refused connection ends connect() at once; an accepted one once the broker has
+    // confirmed the reply subscription (onSubscribed). Both run on the network thread.
     void onConnect(mosquitto* handle, int rc) {
         if (rc == 0) {
-            mosquitto_subscribe_v5(handle, nullptr, replyTopic_.c_str(), QOS, 0, nullptr);
+            mosquitto_subscribe_v5(handle, &replyMid_, replyTopic_.c_str(), QOS, 0, nullptr);
+            return;
         }
         std::lock_guard<std::mutex> lock(mutex_);
         connectResult_ = rc;
+        changed_.notify_all();
+    }
+
+    void onSubscribed(int mid) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (mid != replyMid_ || connectResult_ >= 0) return;
+        connectResult_ = 0;
         changed_.notify_all();
     }
 
@@ -278,6 +291,8 @@ class Client::Impl {
     std::mutex mutex_;
     std::condition_variable changed_;
     int connectResult_ = -1;
+    // The id of the reply subscription: network thread only.
+    int replyMid_ = 0;
     std::map<std::string, Reply> replies_;
     std::map<std::string, std::string> presence_;
     std::vector<std::pair<std::string, std::function<void(const Event&)>>> watches_;

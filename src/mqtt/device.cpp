@@ -196,6 +196,10 @@ class Device::Impl {
             handle, [](mosquitto* m, void* self, int rc, int, const mosquitto_property*) {
                 static_cast<Impl*>(self)->onConnect(m, rc);
             });
+        mosquitto_subscribe_v5_callback_set(
+            handle, [](mosquitto* m, void* self, int, int, const int*, const mosquitto_property*) {
+                static_cast<Impl*>(self)->onSubscribed(m);
+            });
         mosquitto_disconnect_v5_callback_set(
             handle, [](mosquitto*, void* self, int, const mosquitto_property*) {
                 static_cast<Impl*>(self)->onDisconnect();
@@ -211,12 +215,18 @@ class Device::Impl {
             });
     }
 
-    // Network thread: subscribes to the requests, announces presence and has every published
-    // uri sent again (a restarted broker has lost its retained states).
+    // Network thread: subscribes to the requests; the device is ready once the broker has
+    // confirmed it (onSubscribed).
     void onConnect(mosquitto* handle, int rc) {
         if (rc != 0) return;
         const std::string requests = base_ + "/req/#";
         mosquitto_subscribe_v5(handle, nullptr, requests.c_str(), QOS, 0, nullptr);
+    }
+
+    // Network thread: announces presence only now, so that a client that sees it can send
+    // requests at once, and has every published uri sent again (a restarted broker has lost
+    // its retained states).
+    void onSubscribed(mosquitto* handle) {
         const std::string presence = base_ + "/online";
         mosquitto_publish_v5(handle, nullptr, presence.c_str(), 4, "true", QOS, true, nullptr);
         std::lock_guard<std::mutex> lock(mutex_);

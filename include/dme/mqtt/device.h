@@ -132,7 +132,8 @@ class Device {
     int publishEvents(const std::string& uri, std::chrono::milliseconds interval,
                       const Arguments& arguments = Arguments(),
                       const RequestInfo& reader = RequestInfo());
-    // Whether the device is connected to its broker now.
+    // Whether the device is connected to its broker now and the broker has confirmed its
+    // subscription to its requests (so that a request sent now reaches it).
     bool connected() const;
     // Waits until the device is connected, at most `patience`; returns connected().
     bool waitUntilConnected(std::chrono::milliseconds patience) const;
