@@ -73,15 +73,25 @@ Answer documentAnswer(unsigned int status, const cxxtools::SerializationInfo& do
     return {status, formatJson(document, beautify), {}};
 }
 
-Answer engineAnswer(int resultCode, Method method, std::string body, const StatusTable& table,
-                    bool beautify) {
-    const unsigned int status = table.statusOf(resultCode, method);
-    if (status < FIRST_ERROR_STATUS) return {status, std::move(body), {}, resultCode};
+namespace {
+
+// engineAnswer without its result code.
+Answer answerOfStatus(unsigned int status, std::string body, bool beautify) {
+    if (status < FIRST_ERROR_STATUS) return {status, std::move(body), {}};
     cxxtools::SerializationInfo document;
     if (!readErrorDocument(body, document)) return statusAnswer(status, beautify);
     if (shortenDetails(document.getMember("error")))
         return documentAnswer(status, document, beautify);
     return {status, std::move(body), {}};
+}
+
+}  // namespace
+
+Answer engineAnswer(int resultCode, Method method, std::string body, const StatusTable& table,
+                    bool beautify) {
+    Answer answer = answerOfStatus(table.statusOf(resultCode, method), std::move(body), beautify);
+    answer.resultCode = resultCode;
+    return answer;
 }
 
 Answer runOnEngine(JsonDataModelEngine& engine, Method method, const std::string& uri,
@@ -92,12 +102,11 @@ Answer runOnEngine(JsonDataModelEngine& engine, Method method, const std::string
     try {
         code = engine.execute(method, uri, arguments, requestInfo, body, out, beautify);
     } catch (const Exception& rejected) {
-        Answer answer = documentAnswer(400, errorDocument(rejected), beautify);
+        Answer answer = documentAnswer(MHD_HTTP_BAD_REQUEST, errorDocument(rejected), beautify);
         answer.resultCode = result::INVALID_ARGUMENT;
         return answer;
     }
     Answer answer = engineAnswer(code, method, std::move(out), table, beautify);
-    answer.resultCode = code;
     if (answer.status == MHD_HTTP_BAD_REQUEST && !body.empty()) {
         explainSyntaxError(answer, body, beautify);
     }

@@ -37,7 +37,7 @@ Answer documentAnswer(unsigned int status, const cxxtools::SerializationInfo& do
                       bool beautify);
 
 // The answer to a request of `method` that the engine ran: the status of `resultCode` in
-// `table` and the engine's JSON `body`. An error status whose body is not an error document (an
+// `table`, the engine's JSON `body` and `resultCode`. An error status whose body is not an error document (an
 // object with an "error" member, as defaultExceptionHandler writes) gets the binding's error
 // document instead, so that every error answer has the same shape; the details of an engine's
 // error document are cut to MAX_DETAIL_BYTES, whichever exception handler wrote them.

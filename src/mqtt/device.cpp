@@ -276,9 +276,8 @@ class Device::Impl {
         if (requests_.size() >= options_.maxQueuedRequests) {
             ++statistics_.answers;
             lock.unlock();
-            http::Answer busy = http::statusAnswer(SERVICE_UNAVAILABLE, false);
-            busy.resultCode = result::FAILED;
-            publish(handle, answerMessage(busy, request.properties));
+            publish(handle, answerMessage(refusal(SERVICE_UNAVAILABLE, result::FAILED),
+                                          request.properties));
             return;
         }
         requests_.push_back(std::move(request));
@@ -391,10 +390,8 @@ class Device::Impl {
         }
         const auto method = METHODS.find(request.method);
         if (method == METHODS.end()) {
-            http::Answer unknown =
-                http::engineAnswer(result::UNKNOWN_METHOD, READ, "", options_.statusTable, false);
-            unknown.resultCode = result::UNKNOWN_METHOD;
-            return unknown;
+            return http::engineAnswer(result::UNKNOWN_METHOD, READ, "", options_.statusTable,
+                                      false);
         }
         RequestOrigin origin;
         origin.user = userProperty(request.properties.userProperties, "user");

@@ -3,6 +3,7 @@
 #include <mosquitto.h>
 
 #include <functional>
+#include <future>
 #include <thread>
 
 #include "mqtt_fixture.h"
@@ -15,6 +16,19 @@ namespace {
 class DeviceRequestTest : public MqttDeviceTest {
   protected:
     void SetUp() override { startDevice(); }
+
+    // Sends `body` as an update of `uri` on behalf of `user`: it must be refused with `status`,
+    // `code` and an error document, and leave /system as it was.
+    void expectRefusedUpdate(const std::string& user, const std::string& uri,
+                             const std::string& body, unsigned int status, int code) {
+        const std::string before = directRead("/system", "", "admin");
+        const Reply reply = connectedClient(user)->request("gw1", "update", uri, body, PATIENCE);
+        ASSERT_TRUE(reply.answered);
+        EXPECT_EQ(reply.status, status);
+        EXPECT_EQ(reply.code, code);
+        EXPECT_NE(reply.body.find("\"error\""), std::string::npos) << reply.body;
+        EXPECT_EQ(directRead("/system", "", "admin"), before);
+    }
 
     // Waits until `done` holds, at most PATIENCE.
     static void waitFor(const std::function<bool()>& done) {
@@ -94,25 +108,11 @@ TEST_F(DeviceRequestTest, AMalformedBodyIs400WithTheParsersReason) {
 }
 
 TEST_F(DeviceRequestTest, AValueOutOfRangeIs400AndChangesNothing) {
-    const std::string before = directRead("/system", "", "admin");
-    const Reply reply = connectedClient("admin")->request(
-        "gw1", "update", "system", R"({"location":"hall","timezoneOffset":9999})", PATIENCE);
-    ASSERT_TRUE(reply.answered);
-    EXPECT_EQ(reply.status, 400u);
-    EXPECT_EQ(reply.code, 10);
-    EXPECT_NE(reply.body.find("\"error\""), std::string::npos);
-    EXPECT_EQ(directRead("/system", "", "admin"), before);
+    expectRefusedUpdate("admin", "system", R"({"location":"hall","timezoneOffset":9999})", 400, 10);
 }
 
 TEST_F(DeviceRequestTest, AWriteTheSessionMayNotMakeIs403WithCode6) {
-    const std::string before = directRead("/system", "", "admin");
-    const Reply reply = connectedClient("guest")->request("gw1", "update", "system/location",
-                                                          "\"cellar\"", PATIENCE);
-    ASSERT_TRUE(reply.answered);
-    EXPECT_EQ(reply.status, 403u);
-    EXPECT_EQ(reply.code, 6);
-    EXPECT_NE(reply.body.find("\"error\""), std::string::npos);
-    EXPECT_EQ(directRead("/system", "", "admin"), before);
+    expectRefusedUpdate("guest", "system/location", "\"cellar\"", 403, 6);
 }
 
 TEST_F(DeviceRequestTest, AnUnknownUriIs404) {
@@ -201,6 +201,38 @@ TEST_F(DeviceRequestTest, ConcurrentRequestsEachGetTheirOwnAnswer) {
         EXPECT_EQ(reply.body, expected);
     }
     EXPECT_EQ(device_->statistics().answers, replies.size());
+}
+
+TEST_F(DeviceRequestTest, RequestsBeyondTheQueueAreAnswered503AtOnce) {
+    device_->stop();
+    options_.maxQueuedRequests = 1;
+    startDevice();
+    const auto client = connectedClient("guest");
+    std::future<std::vector<Reply>> replies;
+    {
+        // The request thread waits for the engine: one request is taken, one waits, the rest
+        // overflow.
+        std::lock_guard<std::mutex> busy(device_->engineMutex());
+        replies = std::async(std::launch::async, [&] {
+            return client->requestAll({"gw1", "gw1", "gw1", "gw1"}, "read", "system/hostname", "",
+                                      PATIENCE);
+        });
+        waitFor([this] { return device_->statistics().answers >= 2; });
+    }
+    std::size_t ok = 0;
+    std::size_t unavailable = 0;
+    for (const Reply& reply : replies.get()) {
+        ASSERT_TRUE(reply.answered);
+        ok += reply.status == 200 ? 1 : 0;
+        if (reply.status == 503) {
+            ++unavailable;
+            EXPECT_EQ(reply.code, 1);
+            EXPECT_NE(reply.body.find("\"code\":503"), std::string::npos) << reply.body;
+        }
+    }
+    EXPECT_GE(ok, 1u);
+    EXPECT_GE(unavailable, 2u);
+    EXPECT_EQ(ok + unavailable, 4u);
 }
 
 TEST_F(DeviceRequestTest, PresenceIsRetainedTrueWhileConnectedAndFalseAfterStop) {

@@ -24,6 +24,17 @@ class DeviceEventsTest : public MqttDeviceTest {
         ASSERT_EQ(reply.status, status) << reply.body;
     }
 
+    // Publishes the events of `uri` at most once per `interval`, read as a guest, and returns a
+    // client that watches them, once `log` holds the current state.
+    std::unique_ptr<Client> watchPublished(const std::string& uri, milliseconds interval,
+                                           EventLog& log) {
+        EXPECT_EQ(device_->publishEvents(uri, interval, {}, GUEST), 0);
+        auto watcher = connectedClient("");
+        watcher->watch("gw1", uri, log.recorder());
+        EXPECT_TRUE(log.waitForBody(directRead(uri, "", "guest"), PATIENCE));
+        return watcher;
+    }
+
     const std::unique_ptr<Client> writer_ = connectedClient("admin");
 };
 
@@ -47,11 +58,8 @@ TEST_F(DeviceEventsTest, ANewSubscriberGetsTheRetainedLastStateAtOnce) {
 }
 
 TEST_F(DeviceEventsTest, EachChangeIsPublishedWithTheNodesRead) {
-    ASSERT_EQ(device_->publishEvents("/system", milliseconds(50), {}, GUEST), 0);
     EventLog log;
-    const auto watcher = connectedClient("");
-    watcher->watch("gw1", "system", log.recorder());
-    ASSERT_TRUE(log.waitForBody(directRead("/system", "", "guest"), PATIENCE));
+    const auto watcher = watchPublished("/system", milliseconds(50), log);
 
     update("system/location", "\"hall\"");
     const std::string changed = directRead("/system", "", "guest");
@@ -62,11 +70,8 @@ TEST_F(DeviceEventsTest, EachChangeIsPublishedWithTheNodesRead) {
 
 TEST_F(DeviceEventsTest, ChangesWithinTheIntervalAreCoalesced) {
     const milliseconds interval(400);
-    ASSERT_EQ(device_->publishEvents("/system/location", interval, {}, GUEST), 0);
     EventLog log;
-    const auto watcher = connectedClient("");
-    watcher->watch("gw1", "system/location", log.recorder());
-    ASSERT_TRUE(log.waitForBody("\"\"", PATIENCE));
+    const auto watcher = watchPublished("/system/location", interval, log);
 
     const int changes = 30;
     const auto start = std::chrono::steady_clock::now();
@@ -83,11 +88,8 @@ TEST_F(DeviceEventsTest, ChangesWithinTheIntervalAreCoalesced) {
 }
 
 TEST_F(DeviceEventsTest, ARefusedWriteIsNoEvent) {
-    ASSERT_EQ(device_->publishEvents("/system", milliseconds(50), {}, GUEST), 0);
     EventLog log;
-    const auto watcher = connectedClient("");
-    watcher->watch("gw1", "system", log.recorder());
-    ASSERT_TRUE(log.waitForBody(directRead("/system", "", "guest"), PATIENCE));
+    const auto watcher = watchPublished("/system", milliseconds(50), log);
     const std::size_t published = device_->statistics().eventsPublished;
 
     update("system", R"({"location":"garage","timezoneOffset":9999})", 400);
