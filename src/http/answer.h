@@ -37,9 +37,9 @@ Answer documentAnswer(unsigned int status, const cxxtools::SerializationInfo& do
                       bool beautify);
 
 // The answer to a request of `method` that the engine ran: the status of `resultCode` in
-// `table`, the engine's JSON `body` and `resultCode`. An error status whose body is not an error document (an
-// object with an "error" member, as defaultExceptionHandler writes) gets the binding's error
-// document instead, so that every error answer has the same shape; the details of an engine's
+// `table`, the engine's JSON `body` and `resultCode`. An error status whose body is not an error
+// document (an object with an "error" member, as defaultExceptionHandler writes) gets the binding's
+// error document instead, so that every error answer has the same shape; the details of an engine's
 // error document are cut to MAX_DETAIL_BYTES, whichever exception handler wrote them.
 Answer engineAnswer(int resultCode, Method method, std::string body, const StatusTable& table,
                     bool beautify);

@@ -57,6 +57,24 @@ check unknown-user 1 '^gw1 403' run --user root read system --all
 check usage 2 'needs either --device ID or --all' run read system
 check no-broker 3 'Cannot connect' "$fleet" --broker 127.0.0.1:1 list
 check help 0 '^usage: dme-fleet' "$fleet" --help
+check create 0 '"name":"carol"' \
+    run --user admin create users '{"name":"carol","role":"guest","enabled":true,"password":"long enough"}' --device gw1
+check delete 0 '' run --user admin delete users/3 --device gw1
+check deleted 1 '"code":404' run --user admin read users/3 --device gw1
+check schema 0 '"type"' run --user guest schema system/timezoneOffset --device gw2
+
+# A third device under another prefix runs every request as the operator, whoever is named.
+"$server" --port 0 --mqtt "127.0.0.1:$port" --device-id gw3 --mqtt-prefix site2 \
+    --mqtt-user operator >"$work/gw3.out" 2>"$work/gw3.err" &
+pids+=($!)
+for _ in $(seq 100); do
+    [ "$(run --prefix site2 list 2>/dev/null)" = "gw3" ] && break
+    sleep 0.1
+done
+check fixed-user-read 0 '^"gateway"$' run --prefix site2 read system/hostname --device gw3
+check fixed-user-network 0 '' run --prefix site2 --user guest update network/interfaces/wan/mtu 1400 --device gw3
+check fixed-user-system 1 '"code":403' run --prefix site2 --user admin update system/location '"x"' --device gw3
+check other-prefix 0 '^gw1$' run list
 
 # A change made over HTTP reaches a watcher through the broker.
 http=$(sed -n 's|.*serving the example gateway on http://127.0.0.1:\([0-9]*\)/api.*|\1|p' "$work/gw1.out")
