@@ -120,7 +120,7 @@ class Device::Impl {
                       const Arguments& arguments, const RequestInfo& reader) {
         EventSource* source = nullptr;
         {
-            // Listed before subscribing, so that the first notification finds it.
+            // Listed, but inactive, before subscribing, so that a notification finds it.
             std::lock_guard<std::mutex> lock(mutex_);
             sources_.push_back(
                 std::make_unique<EventSource>(*this, sources_.size(), uri, arguments, reader));
@@ -129,15 +129,21 @@ class Device::Impl {
         int code = result::FAILED;
         {
             std::lock_guard<std::mutex> lock(engineMutex_);
-            code = engine_.subscribe(*source, uri, arguments, interval,
-                                     ObserverOption::IMMEDIATE_NOTIFICATION);
+            code =
+                engine_.subscribe(*source, uri, arguments, interval, ObserverOption::CHANGES_ONLY);
             if (code != result::DONE) engine_.unsubscribe(*source);
         }
+        std::lock_guard<std::mutex> lock(mutex_);
+        const std::size_t index = sources_.size() - 1;
         if (code != result::DONE) {
-            std::lock_guard<std::mutex> lock(mutex_);
-            due_.erase(sources_.size() - 1);
+            due_.erase(index);
             sources_.pop_back();
+            return code;
         }
+        // Its first event: the current state.
+        source->active_ = true;
+        due_.insert(index);
+        wakeUp_.notify_all();
         return code;
     }
 
@@ -175,6 +181,9 @@ class Device::Impl {
         const std::string uri_;
         const Arguments arguments_;
         const RequestInfo reader_;
+        // Whether its subscription holds; the request thread reads only active sources. Guarded
+        // by the owner's mutex_.
+        bool active_ = false;
 
       private:
         Impl& owner_;
@@ -309,7 +318,8 @@ class Device::Impl {
             }
             std::vector<EventSource*> sources;
             for (std::size_t index = 0; index < sources_.size(); ++index) {
-                if (republish || due.count(index) > 0) sources.push_back(sources_[index].get());
+                const bool wanted = republish || due.count(index) > 0;
+                if (wanted && sources_[index]->active_) sources.push_back(sources_[index].get());
             }
             lock.unlock();
             if (republish) published_.clear();
