@@ -43,7 +43,7 @@ void ConnectionWatch::stop() {
 
 void ConnectionWatch::opened(int fd, void** context) {
     auto record =
-        std::make_unique<Record>(Record{fd, State::AWAITING, Clock::now(), false, false, {}});
+        std::make_unique<Record>(Record{fd, State::AWAITING, Clock::now(), false, {}, false, {}});
     *context = record.get();
     std::lock_guard<std::mutex> lock(mutex_);
     records_.emplace(record.get(), std::move(record));
@@ -71,9 +71,12 @@ void ConnectionWatch::awaiting(MHD_Connection* connection) {
     setState(connection, State::AWAITING);
 }
 
-void ConnectionWatch::expire(MHD_Connection* connection) {
+void ConnectionWatch::expire(MHD_Connection* connection, std::string farewell) {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (Record* record = recordOf(connection)) record->expired = true;
+    if (Record* record = recordOf(connection)) {
+        record->expired = true;
+        record->farewell = std::move(farewell);
+    }
 }
 
 // Requires the lock (the record may be closed otherwise).
@@ -92,6 +95,7 @@ void ConnectionWatch::setState(MHD_Connection* connection, State state) {
         record->state = state;
         record->since = Clock::now();
         record->expired = false;
+        record->farewell.clear();
         record->hungUp = false;
         record->stream.reset();
     }
@@ -107,7 +111,14 @@ bool ConnectionWatch::gone(Record& record) {
     return hungUpNow && seenBefore;
 }
 
+// The HTTP library has written nothing of an answer on an awaiting connection, so a farewell
+// is the first thing the client reads; it is small enough for an empty socket buffer.
 void ConnectionWatch::end(Record& record) {
+    if (record.expired && !record.farewell.empty()) {
+        // A client that does not take it is shut down all the same.
+        static_cast<void>(::send(record.fd, record.farewell.data(), record.farewell.size(),
+                                 MSG_DONTWAIT | MSG_NOSIGNAL));
+    }
     ::shutdown(record.fd, SHUT_RDWR);
     record.state = State::ENDING;
 }

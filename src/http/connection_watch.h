@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 
 #include "event_streams.h"
@@ -47,8 +48,9 @@ class ConnectionWatch {
     // The connection's exchange has ended: it waits for its next request.
     void awaiting(MHD_Connection* connection);
     // The connection's request may never arrive whole (the HTTP library may stall on it): unless
-    // it is being answered by the watch's next look, the connection is shut down then.
-    void expire(MHD_Connection* connection);
+    // it is being answered by the watch's next look, `farewell` (a whole HTTP answer, or nothing)
+    // is sent on its socket and the connection is shut down then.
+    void expire(MHD_Connection* connection, std::string farewell);
 
   private:
     using Clock = std::chrono::steady_clock;
@@ -58,7 +60,8 @@ class ConnectionWatch {
         State state;
         Clock::time_point since;
         bool expired;
-        bool hungUp;  // whether the client had hung up at the last look
+        std::string farewell;  // sent before an expired connection is shut down
+        bool hungUp;           // whether the client had hung up at the last look
         std::weak_ptr<EventStream> stream;
     };
 

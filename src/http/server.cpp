@@ -37,6 +37,9 @@ namespace dme {
 namespace http {
 namespace {
 
+// The media type of every answer of the binding but the console's files.
+constexpr const char* JSON_MEDIA_TYPE = "application/json";
+
 // An event stream that a request asks for and may have: what it subscribes to, for whom.
 struct StreamOpening {
     RequestInfo requestInfo;
@@ -336,14 +339,28 @@ class Server::Impl {
 
     // A query of too many arguments is answered 414, but the HTTP library may run out of its
     // per-connection memory taking the arguments apart and never hand the request over: the
-    // watch then closes the connection at once.
+    // watch then answers 414 itself (over plain HTTP; over HTTPS it cannot write to the socket)
+    // and closes the connection.
     static void* onRequestLine(void* self, const char* target, MHD_Connection* connection) {
+        auto* impl = static_cast<Impl*>(self);
         auto* exchange = new Exchange;
         exchange->request.target = target;
         if (hasTooManyArguments(exchange->request.target)) {
-            static_cast<Impl*>(self)->watch_.expire(connection);
+            const bool plain = impl->options_.tlsCertificatePem.empty();
+            impl->watch_.expire(connection,
+                                plain ? impl->closingAnswer(MHD_HTTP_URI_TOO_LONG) : "");
         }
         return exchange;
+    }
+
+    // The whole HTTP/1.1 answer, head and error document, of `status` on a connection that
+    // closes after it.
+    std::string closingAnswer(unsigned int status) const {
+        const Answer answer = statusAnswer(status, options_.beautify);
+        return "HTTP/1.1 " + std::to_string(status) + " " + MHD_get_reason_phrase_for(status) +
+               "\r\nContent-Type: " + JSON_MEDIA_TYPE +
+               "\r\nContent-Length: " + std::to_string(answer.body.size()) +
+               "\r\nConnection: close\r\n\r\n" + answer.body;
     }
 
     static void onConnection(void* self, MHD_Connection* connection, void** context,
@@ -671,7 +688,7 @@ class Server::Impl {
     Fields answerHeaders(const HttpRequest& http, const Answer& answer) const {
         Fields headers;
         if (!answer.body.empty() && !hasHeader(answer, MHD_HTTP_HEADER_CONTENT_TYPE)) {
-            headers.emplace_back(MHD_HTTP_HEADER_CONTENT_TYPE, "application/json");
+            headers.emplace_back(MHD_HTTP_HEADER_CONTENT_TYPE, JSON_MEDIA_TYPE);
         }
         const bool scripted = isScripted(http);
         for (const auto& field : answer.headers) {
