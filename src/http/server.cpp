@@ -259,7 +259,8 @@ class Server::Impl {
             &Impl::onConnection, this, MHD_OPTION_CONNECTION_LIMIT, options_.maxConnections,
             MHD_OPTION_PER_IP_CONNECTION_LIMIT, options_.maxConnectionsPerAddress,
             MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned int>(options_.idleTimeout.count()),
-            MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
+            MHD_OPTION_CONNECTION_MEMORY_LIMIT, options_.connectionMemoryBytes, MHD_OPTION_ARRAY,
+            tls.data(), MHD_OPTION_END);
         if (daemon_ == nullptr) {
             throw std::runtime_error("Cannot listen on " + options_.bindAddress + " port " +
                                      std::to_string(options_.port));

@@ -242,6 +242,18 @@ TEST_F(HostileClientsTest, TooManyArgumentsAre414WithoutSockets) {
     EXPECT_EQ(414u, server.answer(request).status);
 }
 
+TEST_F(HostileClientsTest, LargerConnectionMemoryTakesALargerHead) {
+    http::ServerOptions options = baseOptions();
+    options.connectionMemoryBytes = 64 * 1024;
+    start(options);
+    bool closed = false;
+    const std::string answer = exchange(
+        withHead("GET /api/name HTTP/1.1",
+                 ADMIN + "\r\nConnection: close\r\nX-Large: " + std::string(40000, 'b') + "\r\n"),
+        closed);
+    EXPECT_EQ(0u, answer.find("HTTP/1.1 200 OK\r\n"));
+}
+
 TEST_F(HostileClientsTest, QueryOfManyButNotTooManyArgumentsIsServed) {
     start();
     EXPECT_EQ(200, get("/api/name?" + queryOf(128), {ADMIN}).status);

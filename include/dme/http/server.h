@@ -102,6 +102,13 @@ struct ServerOptions {
     // is closed. This bounds how long any client, however slow or silent, holds a slot. 0: no
     // limit but idleTimeout.
     std::chrono::milliseconds requestTimeout{5000};
+    // The memory of one connection, in which its request head must fit (the request line, the
+    // header fields and the query's arguments taken apart); a longer request line is answered
+    // 414, a larger head 431. Above 32 KiB the HTTP library maps each connection's memory on its
+    // own and gives it back to the system when the connection closes; at 32 KiB or less it takes
+    // it from the heap, which connections opened and closed by the thousand leave fragmented, so
+    // that the resident memory of a long-running server keeps growing.
+    std::size_t connectionMemoryBytes = std::size_t{36} * 1024;
     // A connection on which nothing is received or sent for this long is closed (a client that
     // does not read its answer). Whole seconds; 0 never closes.
     std::chrono::seconds idleTimeout{30};
