@@ -33,6 +33,10 @@ std::size_t countEntries(const char* folder) {
     return count;
 }
 
+std::string withHead(const std::string& requestLine, const std::string& fields) {
+    return requestLine + "\r\nHost: device\r\n" + fields + "\r\n";
+}
+
 class HostileClientsTest : public HttpServerTest {
   protected:
     // An authenticated read of the name from 127.0.0.1.
@@ -48,13 +52,18 @@ class HostileClientsTest : public HttpServerTest {
         return answer;
     }
 
+    // The answer to the admin's read of the name with a header field of `bytes` bytes.
+    std::string readWithAFieldOf(std::size_t bytes) {
+        bool closed = false;
+        return exchange(
+            withHead("GET /api/name HTTP/1.1", ADMIN + "\r\nConnection: close\r\nX-Large: " +
+                                                   std::string(bytes, 'b') + "\r\n"),
+            closed);
+    }
+
     // The name as the admin reads it.
     std::string storedName() { return get("/api/name", {ADMIN}).body; }
 };
-
-std::string withHead(const std::string& requestLine, const std::string& fields) {
-    return requestLine + "\r\nHost: device\r\n" + fields + "\r\n";
-}
 
 // ---- slow, silent and dead connections ----
 
@@ -260,12 +269,7 @@ TEST_F(HostileClientsTest, LargerConnectionMemoryTakesALargerHead) {
     http::ServerOptions options = baseOptions();
     options.connectionMemoryBytes = 64 * 1024;
     start(options);
-    bool closed = false;
-    const std::string answer = exchange(
-        withHead("GET /api/name HTTP/1.1",
-                 ADMIN + "\r\nConnection: close\r\nX-Large: " + std::string(40000, 'b') + "\r\n"),
-        closed);
-    EXPECT_EQ(0u, answer.find("HTTP/1.1 200 OK\r\n"));
+    EXPECT_EQ(0u, readWithAFieldOf(40000).find("HTTP/1.1 200 OK\r\n"));
 }
 
 // Up to 32 KiB the HTTP library takes a connection's memory from the heap, which connections
@@ -274,12 +278,7 @@ TEST_F(HostileClientsTest, LargerConnectionMemoryTakesALargerHead) {
 // and a head larger than 32 KiB is served with it.
 TEST_F(HostileClientsTest, DefaultConnectionMemoryIsMoreThan32KiB) {
     start();
-    bool closed = false;
-    const std::string answer = exchange(
-        withHead("GET /api/name HTTP/1.1",
-                 ADMIN + "\r\nConnection: close\r\nX-Large: " + std::string(33000, 'b') + "\r\n"),
-        closed);
-    EXPECT_EQ(0u, answer.find("HTTP/1.1 200 OK\r\n"));
+    EXPECT_EQ(0u, readWithAFieldOf(33000).find("HTTP/1.1 200 OK\r\n"));
 }
 
 TEST_F(HostileClientsTest, QueryOfManyButNotTooManyArgumentsIsServed) {
